@@ -1,0 +1,15 @@
+// Constructor of the chipset library.
+#pragma once
+
+#include "Platform/Services.h"
+
+// Debug levels of the chipset library, taken from the base library.
+struct VORN_ELOG_CHIPSET_PRIVATE_DATA {
+    UINT64 SerDbgLevelConstructor;
+    UINT64 SerDbgLevel;
+    UINT64 SerDbgLevelDetailed;
+};
+extern VORN_ELOG_CHIPSET_PRIVATE_DATA mPrivateDataVornElogChipsetLib;
+
+// Takes the debug levels. Runs after the base library's constructor. Always EFI_SUCCESS.
+EFI_STATUS VornElogChipsetLibConstructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
