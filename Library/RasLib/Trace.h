@@ -9,6 +9,7 @@ struct TraceArgument {
     TraceKind Kind;
     UINT8 Size;  // bytes of an integer: it prints in its own width
     UINT64 Value;
+    bool Signed = false;  // of an integer: %d prints it with its sign
 };
 
 namespace TraceDetail {
@@ -28,7 +29,8 @@ struct Bare<const Type> {
 
 template <class Type>
 struct KindOf {
-    static_assert(requires(Type Value) { Value & Value; }, "no conversion prints this type");
+    static_assert(
+        requires(Type Value) { Value& Value; }, "no conversion prints this type");
     static constexpr TraceKind Kind = TraceKind::Integer;
 };
 template <>
@@ -47,6 +49,10 @@ template <>
 struct KindOf<const CHAR16*> {
     static constexpr TraceKind Kind = TraceKind::WideText;
 };
+template <>
+struct KindOf<CHAR16*> : KindOf<const CHAR16*> {};
+template <UINTN Length>
+struct KindOf<CHAR16[Length]> : KindOf<const CHAR16*> {};
 template <>
 struct KindOf<const EFI_GUID*> {
     static constexpr TraceKind Kind = TraceKind::Guid;
@@ -110,11 +116,12 @@ template <class Type>
 TraceArgument Pack(const Type& Argument) {
     constexpr TraceKind Kind = KindOf<typename Bare<Type>::type>::Kind;
     if constexpr (Kind == TraceKind::Integer) {
-        return {Kind, sizeof(Type), static_cast<UINT64>(static_cast<INT64>(Argument))};
+        constexpr bool Signed = !(static_cast<Type>(-1) > static_cast<Type>(0));
+        return {Kind, sizeof(Type), static_cast<UINT64>(static_cast<INT64>(Argument)), Signed};
     } else if constexpr (Kind == TraceKind::Status) {
         return {Kind, sizeof(Type), static_cast<UINT64>(Argument)};
     } else {
-        return {Kind, sizeof(void*), reinterpret_cast<UINT64>(&*Argument)};
+        return {Kind, sizeof(void*), reinterpret_cast<UINT64>(static_cast<const void*>(Argument))};
     }
 }
 
@@ -166,5 +173,15 @@ void Trace(UINT64 Level, TraceFormat<typename TraceDetail::Identity<Arguments>::
     }
 }
 
-// Constructor of the debug library: finds the processor table that the line prefix is made from.
+// For a helper that several operations share: the text begins with "%a: ", and Name, the operation's, stands
+// there instead of the helper's own.
+template <class... Arguments>
+void TraceAs(const CHAR8* Name, UINT64 Level, TraceFormat<typename TraceDetail::Identity<Arguments>::type...> Format,
+             const Arguments&... Values) {
+    Format.Function = Name;
+    Trace<Arguments...>(Level, Format, Values...);
+}
+
+// Constructor of the debug library: finds the processor table that the line prefix is made from. Without one,
+// lines have no prefix. EFI_SUCCESS.
 EFI_STATUS DebugLibConstructor();
