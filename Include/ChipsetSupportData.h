@@ -52,7 +52,7 @@ KYR_FIELD(DIMM_INFO, DeviceEnd, 32);
 
 // DIMM_INFO.ValidBits.
 namespace DimmInfoValid {
-using AddressTranslationData = Field<UINT32, 0>;    // decoded from the address
+using AddressTranslationData = Field<UINT32, 0>;  // decoded from the address
 using ChipSelectFromSyndrome = Field<UINT32, 1>;  // only ChipSelect and DimmOnCh, taken from MCA_SYND
 }  // namespace DimmInfoValid
 

@@ -4,8 +4,8 @@
 #include "Platform/Base.h"
 
 // The record is plain data of exactly Size bytes.
-#define KYR_RECORD(Type, Size)                                                     \
-    static_assert(sizeof(Type) == (Size));                                         \
+#define KYR_RECORD(Type, Size)             \
+    static_assert(sizeof(Type) == (Size)); \
     static_assert(__is_trivially_copyable(Type) && __is_standard_layout(Type))
 
 // The field lies Offset bytes into the record.

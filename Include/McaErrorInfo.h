@@ -61,6 +61,11 @@ KYR_FIELD(RasMcaErrorInfo, McgIp, 40);
 KYR_FIELD(RasMcaErrorInfo, McaBankCount, 48);
 KYR_FIELD(RasMcaErrorInfo, McaBankErrorInfo, 56);
 
+// Valid entries of the array, whatever the count claims.
+inline UINTN McaBankCount(const RasMcaErrorInfo& Info) {
+    return Info.McaBankCount < MCA_BANK_ERROR_INFO_MAX ? Info.McaBankCount : MCA_BANK_ERROR_INFO_MAX;
+}
+
 struct RasThresholdConfig {
     UINT8 McaMisc0DataValid;
     UINT8 ThresholdControl;

@@ -47,7 +47,8 @@ using ThresholdIntType = Field<UINT64, 50, 49>;
 using Ovrflw = Field<UINT64, 48>;
 using ErrCnt = Field<UINT64, 43, 32>;
 using BlkPtr = Field<UINT64, 31, 24>;
-static_assert(FieldsDisjoint<Valid, CntP, Locked, IntP, LvtOffset, CntEn, ThresholdIntType, Ovrflw, ErrCnt, BlkPtr>());
+static_assert(
+    FieldsDisjoint<Valid, CntP, Locked, IntP, LvtOffset, CntEn, ThresholdIntType, Ovrflw, ErrCnt, BlkPtr>());
 }  // namespace McaMisc
 
 namespace McaConfig {

@@ -61,8 +61,8 @@ struct EFI_SYSTEM_TABLE {
 static_assert(offsetof(EFI_SYSTEM_TABLE, BootServices) == 0x60);
 
 // A handler for SMIs. CommBuffer and CommBufferSize come from outside SMRAM and may be anything.
-using EFI_SMM_HANDLER_ENTRY_POINT2 = EFI_STATUS (*)(EFI_HANDLE DispatchHandle, const void* Context,
-                                                    void* CommBuffer, UINTN* CommBufferSize);
+using EFI_SMM_HANDLER_ENTRY_POINT2 = EFI_STATUS (*)(EFI_HANDLE DispatchHandle, const void* Context, void* CommBuffer,
+                                                    UINTN* CommBufferSize);
 using EFI_SMM_NOTIFY_FN = EFI_STATUS (*)(const EFI_GUID* Protocol, void* Interface, EFI_HANDLE Handle);
 using EFI_AP_PROCEDURE = void (*)(void* Argument);
 
@@ -84,18 +84,18 @@ struct EFI_SMM_SYSTEM_TABLE2 {
     void** CpuSaveState;
     UINTN NumberOfTableEntries;
     void* SmmConfigurationTable;
-    EFI_STATUS (*SmmInstallProtocolInterface)(EFI_HANDLE* Handle, const EFI_GUID* Protocol, UINT32 InterfaceType,
-                                              void* Interface);
+    EFI_STATUS (*SmmInstallProtocolInterface)
+    (EFI_HANDLE* Handle, const EFI_GUID* Protocol, UINT32 InterfaceType, void* Interface);
     EFI_STATUS (*SmmUninstallProtocolInterface)(EFI_HANDLE Handle, const EFI_GUID* Protocol, void* Interface);
     void* SmmHandleProtocol;
     // Function NULL with a Registration made before takes that registration back.
-    EFI_STATUS (*SmmRegisterProtocolNotify)(const EFI_GUID* Protocol, EFI_SMM_NOTIFY_FN Function,
-                                            void** Registration);
+    EFI_STATUS (*SmmRegisterProtocolNotify)
+    (const EFI_GUID* Protocol, EFI_SMM_NOTIFY_FN Function, void** Registration);
     void* SmmLocateHandle;
     EFI_STATUS (*SmmLocateProtocol)(const EFI_GUID* Protocol, void* Registration, void** Interface);
     void* SmiManage;
-    EFI_STATUS (*SmiHandlerRegister)(EFI_SMM_HANDLER_ENTRY_POINT2 Handler, const EFI_GUID* HandlerType,
-                                     EFI_HANDLE* DispatchHandle);
+    EFI_STATUS (*SmiHandlerRegister)
+    (EFI_SMM_HANDLER_ENTRY_POINT2 Handler, const EFI_GUID* HandlerType, EFI_HANDLE* DispatchHandle);
     EFI_STATUS (*SmiHandlerUnRegister)(EFI_HANDLE DispatchHandle);
 };
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmAllocatePool) == 0x50);

@@ -1,0 +1,8 @@
+// The image's entry point.
+#pragma once
+
+#include "Platform/Services.h"
+
+// Runs the library constructors, then the driver's initialiser. Returns the initialiser's status; when that is
+// an error the library destructors have run and the firmware unloads the image.
+EFI_STATUS _ModuleEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
