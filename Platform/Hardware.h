@@ -4,6 +4,16 @@
 
 #include "Platform/Base.h"
 
+struct CPUID_RESULT {
+    UINT32 Eax;
+    UINT32 Ebx;
+    UINT32 Ecx;
+    UINT32 Edx;
+};
+
+// C names, so that a world may be written in any language and the list of outside symbols can be read.
+extern "C" {
+
 // Memory-mapped access at a physical address, naturally aligned. An address that no device decodes reads
 // all ones on hardware; PCI configuration space of an absent function does so in every world.
 UINT8 MmioRead8(UINT64 Address);
@@ -22,13 +32,6 @@ void IoWrite8(UINT16 Port, UINT8 Value);
 // Model-specific register access on the calling processor. The register must exist there.
 UINT64 AsmReadMsr64(UINT32 Index);
 void AsmWriteMsr64(UINT32 Index, UINT64 Value);
-
-struct CPUID_RESULT {
-    UINT32 Eax;
-    UINT32 Ebx;
-    UINT32 Ecx;
-    UINT32 Edx;
-};
 
 // CPUID with Leaf in EAX and 0 in ECX on the calling processor.
 CPUID_RESULT AsmCpuid(UINT32 Leaf);
@@ -51,3 +54,5 @@ void DebugPortWrite(const CHAR8* Prefix, UINTN PrefixLength, const CHAR8* Messag
 
 // Called after a failed assertion was printed. A debug image stops here at a breakpoint; others return.
 void CpuBreakpoint();
+
+}  // extern "C"

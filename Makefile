@@ -1,0 +1,44 @@
+# One word each. `run` and `test` install what they need on a bare Debian machine.
+.PHONY: run test firmware bench format check clean
+
+BUILD := build
+CMAKE := cmake -G Ninja -S .
+QUIET := $(if $(V),,>/dev/null)
+
+run:
+	@Scripts/install-packages build
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release $(QUIET)
+	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
+	@$(BUILD)/release/ras-sim list
+	@$(BUILD)/release/ras-sim run Scenarios/demo.yaml --out out/demo
+
+test:
+	@Scripts/install-packages build test
+	$(CMAKE) -B $(BUILD)/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=ON
+	cmake --build $(BUILD)/sanitize
+	ctest --test-dir $(BUILD)/sanitize --output-on-failure -j $$(nproc)
+
+firmware:
+	@Scripts/install-packages firmware
+	@Scripts/build-firmware $(BUILD)/firmware
+
+bench:
+	@Scripts/install-packages build bench
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release $(QUIET)
+	@cmake --build $(BUILD)/release --target ras-bench $(QUIET)
+	$(BUILD)/release/ras-bench
+
+format:
+	@Scripts/install-packages check
+	@git ls-files '*.h' '*.cpp' | xargs clang-format-14 -i
+
+check:
+	@Scripts/install-packages build test check firmware
+	@git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run -Werror
+	@Scripts/check-floors
+	@Scripts/build-firmware $(BUILD)/firmware
+	@Scripts/check-state $(BUILD)/firmware
+	@Scripts/check-tidy $(BUILD)/tidy
+
+clean:
+	rm -rf $(BUILD) out
