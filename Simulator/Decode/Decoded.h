@@ -32,7 +32,18 @@ nlohmann::ordered_json ToJson(const std::vector<DecodedItem>& Items);
 std::vector<DecodedItem> DecodeCper(std::span<const std::uint8_t> Bytes);
 // A sequence of 16-byte SEL records (IPMI 2.0, section 32). Throws DecodeError.
 std::vector<DecodedItem> DecodeSel(std::span<const std::uint8_t> Bytes);
-// Six event bytes (sensor type to event data 3) in a line.
-std::string DescribeSelEvent(std::span<const std::uint8_t, 6> Event);
+// Tells SEL events one after the other. Registers travel in several events; the last of them tells the whole.
+class SelNarrator {
+ public:
+    // What six event bytes (sensor type to event data 3) mean, in a line.
+    std::string Tell(std::span<const std::uint8_t, 6> Event);
+
+ private:
+    std::string TellRegister(std::uint8_t SensorNumber, std::span<const std::uint8_t, 3> Data);
+
+    std::vector<std::uint8_t> Collected;  // data bytes of a register that is not whole yet
+    std::uint8_t CollectedFor = 0;        // sensor number
+    bool LocationFollows = false;
+};
 
 }  // namespace Simulator
