@@ -6,7 +6,7 @@
 #include "Platform/Protocol/RasService.h"
 #include "Platform/Services.h"
 
-extern EFI_SMM_SYSTEM_TABLE2* gSmst;
+extern EFI_SMM_SYSTEM_TABLE2* gSmst;  // never NULL: a table that refuses everything until the real one is found
 extern EFI_BOOT_SERVICES* gBS;
 
 extern KYR_PLATFORM_APEI_DATA* mPlatformApeiData;
