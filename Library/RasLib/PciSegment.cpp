@@ -44,17 +44,13 @@ void ReadInto(UINT8*& Buffer, UINT64& Address, UINTN& Left, Word (*Read)(UINT64)
 
 }  // namespace
 
-EFI_STATUS PciSegmentInfoLibGetSegmentData() {
-    const UINT64 Register = AsmReadMsr64(MSR_MMIO_CFG_BASE_ADDR);
-    Trace(DEBUG_VERBOSE, "%a: MMIO configuration base 0x%lx BusRange %d Enable %d\n",
-          MmioCfgBaseAddr::BaseAddress::Get(Register), MmioCfgBaseAddr::BusRange::Get(Register),
-          MmioCfgBaseAddr::Enable::Get(Register));
-
+UINT64 DescribePciSegments(UINT64 Register, PCI_SEGMENT_INFO* Segments) {
     const UINT64 TotalBuses = UINT64{1} << MmioCfgBaseAddr::BusRange::Get(Register);
     UINT64 SegmentCount = (TotalBuses + BUSES_PER_SEGMENT_MAX - 1) / BUSES_PER_SEGMENT_MAX;
     if (SegmentCount > MAX_PCI_SEGMENTS) {
-        Trace(DEBUG_ERROR, "%a: Segment Count %d > Max Segments %d, Adjusting downward to max\n", SegmentCount,
-              MAX_PCI_SEGMENTS);
+        TraceAs("PciSegmentInfoLibGetSegmentData", DEBUG_ERROR,
+                "%a: Segment Count %d > Max Segments %d, Adjusting downward to max\n", SegmentCount,
+                MAX_PCI_SEGMENTS);
         SegmentCount = MAX_PCI_SEGMENTS;
     }
     const UINT64 BusesPerSegment = TotalBuses / SegmentCount;
@@ -63,10 +59,18 @@ EFI_STATUS PciSegmentInfoLibGetSegmentData() {
         Base = DEFAULT_PCI_EXPRESS_BASE_ADDRESS;
     }
     for (UINT64 At = 0; At < SegmentCount; At++) {
-        mPciSegmentInfo[At] = {static_cast<UINT16>(At), Base, 0, static_cast<UINT8>(BusesPerSegment - 1)};
+        Segments[At] = {static_cast<UINT16>(At), Base, 0, static_cast<UINT8>(BusesPerSegment - 1)};
         Base += BusesPerSegment * ECAM_BYTES_PER_BUS;
     }
-    mPciSegmentCount = SegmentCount;
+    return SegmentCount;
+}
+
+EFI_STATUS PciSegmentInfoLibGetSegmentData() {
+    const UINT64 Register = AsmReadMsr64(MSR_MMIO_CFG_BASE_ADDR);
+    Trace(DEBUG_VERBOSE, "%a: MMIO configuration base 0x%lx BusRange %d Enable %d\n",
+          MmioCfgBaseAddr::BaseAddress::Get(Register), MmioCfgBaseAddr::BusRange::Get(Register),
+          MmioCfgBaseAddr::Enable::Get(Register));
+    mPciSegmentCount = DescribePciSegments(Register, mPciSegmentInfo);
     return EFI_SUCCESS;
 }
 

@@ -29,6 +29,10 @@ UINTN PciSegmentReadBuffer(UINT64 Address, UINTN Size, void* Buffer);
 
 inline constexpr UINTN MAX_PCI_SEGMENTS = 128;
 
+// The segments that a value of the processor's MMIO configuration base register describes, at most
+// MAX_PCI_SEGMENTS of them; returns how many.
+UINT64 DescribePciSegments(UINT64 Register, PCI_SEGMENT_INFO* Segments);
+
 // Clears and fills the segment table. EFI_SUCCESS; a failure to fill it is only reported.
 EFI_STATUS PciSegmentInfoLibConstructor();
 
