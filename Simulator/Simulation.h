@@ -83,6 +83,8 @@ class Simulation {
     EFI_STATUS HandOverPostErrors(std::uint16_t Count, const std::vector<std::uint8_t>& MessageCodes);
     // A named member starts or stops failing from now on.
     void SetFailure(const std::string& Member, std::optional<Failure> How);
+    // From now on exactly these processors do not answer when a procedure is sent to them.
+    void SetSilentProcessors(const std::set<unsigned>& Processors);
 
     Journal& Events();
     const Configuration& Settings() const;
