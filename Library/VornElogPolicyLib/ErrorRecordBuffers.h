@@ -10,10 +10,13 @@ inline constexpr UINT64 UNCORRECTED_BUFFER_ELEMENTS = 768;
 inline constexpr UINT64 PCI_BUFFER_ELEMENTS = 256;
 
 // Fills pEntry, whatever it held: the class and pool copies of the record and of its chipset data. The entry owns
-// the copies until a buffer takes it. On failure it holds none and the allocation's status is returned.
+// the copies until a buffer takes it. On failure it holds none; the allocation's status is traced, in the name of
+// Caller, and returned. Nothing frees the copies of an entry that a full buffer refuses: the record is lost and they
+// stay allocated, which is meant. So do those of a deferred entry that the wrapping ring overwrites.
 EFI_STATUS VornElogSmmCopyRecordIntoEntry(const CPER_RECORD* pCper,
                                           const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData, UINT32 MceClass,
-                                          ERROR_RECORD_BUFFER_ENTRY* pEntry);
+                                          ERROR_RECORD_BUFFER_ENTRY* pEntry,
+                                          const CHAR8* Caller = __builtin_FUNCTION());
 
 // Free the copies in every slot and empty the buffers: the uncorrected, then the corrected one; the PCI one.
 void VornElogSmmClearErrorRecordBuffersMca();

@@ -10,8 +10,12 @@ extern VORN_ELOG_POLICY_PRIVATE_DATA mPrivateDataVornElogPolicyLib;
 // EFI_INVALID_PARAMETER: ppPrivateData is NULL.
 EFI_STATUS VornElogGetPrivateData(VORN_ELOG_POLICY_PRIVATE_DATA** ppPrivateData);
 
+// Whether the machine can have a DIMM there; traced, in the name of Caller, where it cannot.
+// Socket, UmcChannel (of the socket), Dimm (of the channel): from 0.
+bool VornElogSmmIsDimmPlace(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const CHAR8* Caller = __builtin_FUNCTION());
+
 // TRUE when the DIMM slot is present and enabled. FALSE for a place that the machine cannot have.
-// Level: debug level of the trace. Socket, UmcChannel (of the socket), Dimm (of the channel): from 0.
+// Level: debug level of the trace.
 BOOLEAN VornElogSmmDimmActiveCheck(UINT64 Level, UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm);
 
 // Copies what a DIMM's corrected-error counter starts from.

@@ -3,6 +3,7 @@
 
 #include "Include/Cper.h"
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/Trace.h"
 
 // Where a memory section holds its physical address, counted from the record's start.
 inline constexpr UINTN CPER_MEMORY_PHYSICAL_ADDRESS_OFFSET =
@@ -14,9 +15,14 @@ inline bool RecordHolds(const CPER_RECORD* pCper, UINTN Offset, UINTN Bytes) {
     return Offset + Bytes <= pCper->Header.RecordLength;
 }
 
-// Whether the record is long enough for its header and its section descriptor.
-inline bool IsRecordFrontComplete(const CPER_RECORD* pCper) {
-    return RecordHolds(pCper, 0, sizeof(CPER_RECORD));
+// Whether the record is long enough for its header and its section descriptor; traced where it is not.
+inline bool IsRecordFrontComplete(const CPER_RECORD* pCper, const CHAR8* Caller = __builtin_FUNCTION()) {
+    if (!RecordHolds(pCper, 0, sizeof(CPER_RECORD))) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR CPER RecordLength %d < Min %d, aborting...\n",
+                pCper->Header.RecordLength, sizeof(CPER_RECORD));
+        return false;
+    }
+    return true;
 }
 
 // The field that lies Offset bytes into the record; zero where the record ends before it does.

@@ -1,0 +1,18 @@
+#include "Library/VornElogPolicyLib/Cxl/CxlRecord.h"
+
+#include "Library/RasLib/StandIn.h"
+
+BOOLEAN VornElogCxlCheckComponentEventSectionType(const EFI_GUID*) {
+    TraceStandIn();
+    return FALSE;
+}
+
+EFI_STATUS VornElogSmmProcessErrorRecordCxlComponent(const CPER_RECORD*, KYR_CHIPSET_SUPPORT_DATA*) {
+    TraceStandIn();
+    return EFI_UNSUPPORTED;
+}
+
+EFI_STATUS VornElogSmmProcessErrorRecordCxlProtocol(const CPER_RECORD*, KYR_CHIPSET_SUPPORT_DATA*) {
+    TraceStandIn();
+    return EFI_UNSUPPORTED;
+}
