@@ -2,10 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Simulator/Journal/Journal.h"
@@ -28,9 +27,6 @@ struct RecordView {
     std::vector<std::uint8_t> Bytes;
     nlohmann::ordered_json Decoded;  // field by field, as the decoder reads the bytes
 };
-
-// The number that Text stands for: decimal without leading zeros, or 0x and hexadecimal digits.
-std::optional<std::uint64_t> ParseNumber(std::string_view Text);
 
 // Whether the text or number Value is what Wanted says. Numbers compare by value, spaced bytes byte by byte ("..",
 // "*" and "**" stand for any byte but "**" for any bytes to the end), texts letter by letter; a lone "*" takes

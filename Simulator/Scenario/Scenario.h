@@ -38,6 +38,7 @@ struct Scenario {
     std::vector<EventPattern> Expect;  // each matches a later event than the one before it
     std::vector<EventPattern> Never;
     std::vector<CountExpectation> Count;
+    std::int64_t Kept = 0;  // pool blocks that the run's SMIs leave allocated when it ends
 };
 
 // Throws ScenarioError.

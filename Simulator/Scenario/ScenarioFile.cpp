@@ -1,0 +1,120 @@
+#include <fmt/format.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "Simulator/Scenario/EventKinds.h"
+#include "Simulator/Scenario/Readers.h"
+
+namespace Simulator {
+
+namespace {
+
+// A name becomes a folder's name under --out.
+std::string ReadName(const YamlValue& Value) {
+    const std::string Name = Value.Text();
+    if (Name.empty() || Name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-") != Name.npos) {
+        Value.Refuse(fmt::format("\"{}\" is no name; write it in lower-case letters, digits and -", Name));
+    }
+    return Name;
+}
+
+std::vector<EventPattern> ReadPatterns(const YamlValue& Value) {
+    std::vector<EventPattern> Patterns;
+    for (const YamlValue& Item : Value.List()) {
+        Patterns.push_back(ReadPattern(Item));
+    }
+    return Patterns;
+}
+
+// {kind: number}, or a list of {events: {kind: {field: value}}, times: number}.
+std::vector<CountExpectation> ReadCounts(const YamlValue& Value) {
+    std::vector<CountExpectation> Counts;
+    if (Value.IsList()) {
+        constexpr YamlKey<CountExpectation> Keys[] = {
+            {"events", [](const YamlValue& V, CountExpectation& C) { C.Pattern = ReadPattern(V); }, true},
+            {"times", [](const YamlValue& V, CountExpectation& C) { C.Times = V.Number(); }, true},
+        };
+        for (const YamlValue& Item : Value.List()) {
+            CountExpectation Row;
+            ReadKeys<CountExpectation>(Item, Keys, Row);
+            Counts.push_back(std::move(Row));
+        }
+        return Counts;
+    }
+    std::vector<std::string_view> Names;
+    for (const EventKind& Kind : EventKinds()) {
+        Names.push_back(Kind.Name);
+    }
+    for (const auto& [Key, Times] : Value.Map()) {
+        FindKey(Key, Names);
+        Counts.push_back({{Key.Text(), nlohmann::ordered_json::object(), Key.Where()}, Times.Number()});
+    }
+    return Counts;
+}
+
+struct ScenarioDraft {
+    Scenario Result;
+    std::optional<YamlValue> Steps;  // read last: they are checked against the machine
+};
+
+constexpr YamlKey<ScenarioDraft> ScenarioKeys[] = {
+    {"name", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Name = ReadName(V); }, true},
+    {"about", [](const YamlValue& V, ScenarioDraft& D) { D.Result.About = V.Text(); }, true},
+    {"machine", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Machine = ReadMachine(V); }},
+    {"steps", [](const YamlValue& V, ScenarioDraft& D) { D.Steps = V; }},
+    {"entry", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Entry = V.Status(); }},
+    {"expect", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Expect = ReadPatterns(V); }},
+    {"never", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Never = ReadPatterns(V); }},
+    {"count", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Count = ReadCounts(V); }},
+    {"kept",
+     [](const YamlValue& V, ScenarioDraft& D) { D.Result.Kept = static_cast<std::int64_t>(V.Number(0, 1'000'000)); }},
+};
+
+}  // namespace
+
+EventPattern ReadPattern(const YamlValue& Value) {
+    const auto [Key, Fields] = Value.Single("sel: {bytes: 07 3C 6F AC 01 05}");
+    std::vector<std::string_view> Names;
+    for (const EventKind& Kind : EventKinds()) {
+        Names.push_back(Kind.Name);
+    }
+    const EventKind& Kind = EventKinds()[FindKey(Key, Names)];
+    std::vector<std::string_view> Known(Kind.Fields.begin(), Kind.Fields.end());
+    Known.insert(Known.end(), {"step", "time"});
+    for (const auto& Field : Fields.Map()) {
+        FindKey(Field.first, Known);
+    }
+    return {Key.Text(), Fields.Tree(), Key.Where()};
+}
+
+Scenario ParseScenario(const std::string& Text, const std::string& File) {
+    std::vector<YAML::Node> Documents;
+    try {
+        Documents = YAML::LoadAll(Text);
+    } catch (const YAML::Exception& Error) {
+        throw ScenarioError({File, Error.mark.line + 1, Error.mark.column + 1}, "no YAML: " + Error.msg);
+    }
+    if (Documents.size() != 1 || !Documents[0].IsMap()) {
+        throw ScenarioError({File, 1, 1},
+                            "a scenario is one mapping with name, about, machine, steps and expectations");
+    }
+    ScenarioDraft Draft;
+    Draft.Result.File = File;
+    ReadKeys<ScenarioDraft>(YamlValue(Documents[0], File), ScenarioKeys, Draft);
+    if (Draft.Steps) {
+        Draft.Result.Steps = ReadSteps(*Draft.Steps, Draft.Result.Machine);
+    }
+    return std::move(Draft.Result);
+}
+
+Scenario LoadScenario(const std::filesystem::path& File) {
+    std::ifstream Stream(File);
+    std::ostringstream Text;
+    if (!Stream || !(Text << Stream.rdbuf())) {
+        throw ScenarioError({File.string()}, "cannot be read; a scenario file is needed");
+    }
+    return ParseScenario(Text.str(), File.string());
+}
+
+}  // namespace Simulator

@@ -1,0 +1,98 @@
+// A value of a scenario file that knows where it stands, and mappings read by a table of their keys.
+#pragma once
+
+#include <yaml-cpp/yaml.h>
+
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Base.h"
+#include "Simulator/Scenario/SourcePosition.h"
+
+namespace Simulator {
+
+// Readers throw ScenarioError at the value's place when it is not what they read.
+class YamlValue {
+ public:
+    YamlValue(YAML::Node Node, std::string File) : Node(std::move(Node)), File(std::move(File)) {}
+
+    SourcePosition Where() const;
+    [[noreturn]] void Refuse(const std::string& What) const;
+
+    bool IsScalar() const {
+        return Node.IsScalar();
+    }
+    bool IsMap() const {
+        return Node.IsMap();
+    }
+    bool IsList() const {
+        return Node.IsSequence();
+    }
+    bool IsEmpty() const {
+        return Node.IsNull();
+    }
+
+    std::string Text() const;
+    // Decimal or 0x, between the two bounds, both included.
+    std::uint64_t Number(std::uint64_t Lowest = 0,
+                         std::uint64_t Highest = std::numeric_limits<std::uint64_t>::max()) const;
+    bool Bool() const;
+    std::uint64_t Duration() const;           // "1h", "9m59s", "10s", "5ms", "20us", in microseconds
+    std::vector<std::uint8_t> Bytes() const;  // "07 3C 6F"
+    EFI_STATUS Status() const;                // "EFI_DEVICE_ERROR"
+    // The index of one of these words.
+    std::size_t OneOf(std::span<const std::string_view> Words) const;
+
+    std::vector<YamlValue> List() const;
+    // Keys and values in the order in which they stand. Refuses a key that stands twice.
+    std::vector<std::pair<YamlValue, YamlValue>> Map() const;
+    // A mapping of exactly one key: "- wait: 10s".
+    std::pair<YamlValue, YamlValue> Single(std::string_view Example) const;
+    // The whole value with its scalars as texts.
+    nlohmann::ordered_json Tree() const;
+
+ private:
+    std::string Scalar(std::string_view Wanted) const;
+
+    YAML::Node Node;
+    std::string File;
+};
+
+// What one key of a mapping means.
+template <class Target>
+struct YamlKey {
+    std::string_view Name;
+    void (*Read)(const YamlValue& Value, Target& Into);
+    bool Required = false;
+};
+
+// The index of the name among Names; refuses the key with the names that would be right.
+std::size_t FindKey(const YamlValue& Key, std::span<const std::string_view> Names);
+[[noreturn]] void RefuseMissingKey(const YamlValue& Map, std::string_view Name);
+
+template <class Target>
+void ReadKeys(const YamlValue& Map, std::span<const YamlKey<Target>> Keys, Target& Into) {
+    std::vector<std::string_view> Names;
+    for (const YamlKey<Target>& Key : Keys) {
+        Names.push_back(Key.Name);
+    }
+    std::vector<bool> Seen(Keys.size());
+    for (const auto& [Name, Value] : Map.Map()) {
+        const std::size_t Index = FindKey(Name, Names);
+        Seen[Index] = true;
+        Keys[Index].Read(Value, Into);
+    }
+    for (std::size_t Index = 0; Index < Keys.size(); ++Index) {
+        if (Keys[Index].Required && !Seen[Index]) {
+            RefuseMissingKey(Map, Keys[Index].Name);
+        }
+    }
+}
+
+}  // namespace Simulator
