@@ -6,6 +6,7 @@
 struct DIMM_MAP_ENTRY;
 struct ELOG_SEL_DATA;
 struct KYR_CHIPSET_SUPPORT_DATA;
+struct PCI_SLOT_NUMBER_DATA;
 struct RB_BUS_MAP;
 struct VORN_MEMORY_SLOT_INFO;
 
@@ -99,4 +100,11 @@ struct VORN_KYR_MEMORY_PPR_SMM_PROTOCOL {
     (const KYR_CHIPSET_SUPPORT_DATA* ChipsetData, BOOLEAN* ReadyForNextRequest, UINT16 PprType,
      UINT8* PspMboxSmmBuffer, UINT8* PspMboxSmmFlagAddr, BOOLEAN RuntimePprEnabled, UINT32* NumberOfEntriesServed,
      void* RequestQueue, void* PspCommandWord, UINT8* QueueFront, UINT32* QueueFull, void* CompletionCheckTable);
+};
+
+// Which slot or drive bay a PCI function sits in.
+struct VORN_PCI_SLOT_DATA_SMM_PROTOCOL {
+    // EFI_NOT_FOUND for a function that is in none.
+    EFI_STATUS (*GetSlotNumberData)
+    (UINT8 Segment, UINT8 Bus, UINT8 Device, UINT8 Function, PCI_SLOT_NUMBER_DATA* SlotNumberData);
 };
