@@ -1,0 +1,120 @@
+#include "Library/RasLib/CommunicationBuffer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Platform/Guids.h"
+#include "Platform/Protocol/SiliconServices.h"
+#include "Platform/Protocol/VendorServices.h"
+#include "Simulator/Simulation.h"
+#include "Tests/Support/FakeServices.h"
+
+namespace {
+
+std::u16string StoredValue;
+EFI_STATUS StoreStatus = EFI_SUCCESS;
+
+EFI_STATUS ReadStored(const VORN_ATTRIBUTE_SMM_PROTOCOL*, const EFI_GUID*, const CHAR16* Name, UINT32* Attributes,
+                      UINTN* DataSize, void* Data) {
+    EXPECT_EQ(std::u16string(Name), u"SmmSecurityMitigation");
+    EXPECT_EQ(Attributes, nullptr);
+    EXPECT_EQ(*DataSize, 62u);
+    if (!EFI_ERROR(StoreStatus)) {
+        *DataSize = StoredValue.size() * sizeof(CHAR16);
+        std::memcpy(Data, StoredValue.data(), *DataSize);
+    }
+    return StoreStatus;
+}
+
+class CommunicationBuffer : public testing::Test {
+ protected:
+    CommunicationBuffer() {
+        VornSmmSecurityMitigationEnabled = FALSE;
+        Smst.Install(gKyrSmmMemoryMapProtocolGuid, &Map);
+        EXPECT_EQ(SmmMemLibConstructor(nullptr, nullptr), EFI_SUCCESS);
+    }
+
+    // SMRAM at 0x80000000 and up to the end of the address space; regions below and beside it.
+    const KYR_MEMORY_REGION Smram[3] = {{0x80000000, 0x1000}, {0x9000, 0}, {0xFFFFFFFFFFFFF000, 0x1000}};
+    const KYR_MEMORY_REGION Valid[3] = {{0x10000, 0x1000}, {0x11000, 0x1000}, {0x7FFFF000, 0x3000}};
+    const KYR_SMM_MEMORY_MAP_PROTOCOL Map{Smram, 3, Valid, 3};
+    Simulator::Simulation Machine{{}};
+    FakeServices Smst;
+};
+
+TEST_F(CommunicationBuffer, LiesOutsideSmramAndWhenAskedInsideOneRegion) {
+    const struct {
+        UINT64 Buffer, Length;
+        BOOLEAN Plain, Mitigated;
+    } Cases[] = {
+        {0x10000, 0x1000, TRUE, TRUE},
+        {0x10000, 0x1001, TRUE, FALSE},  // two regions that touch are still two
+        {0x0FFFF, 2, TRUE, FALSE},
+        {0x9000, 1, TRUE, FALSE},  // an empty SMRAM region holds nothing
+        {0x7FFFFFFF, 1, TRUE, TRUE},
+        {0x7FFFFFFF, 2, FALSE, FALSE},
+        {0x80000000, 1, FALSE, FALSE},
+        {0x80000FFF, 1, FALSE, FALSE},
+        {0x80001000, 0x1000, TRUE, TRUE},
+        {0x7FFFF000, 0x3000, FALSE, FALSE},  // swallows SMRAM whole
+        {0x80001000, 0x1001, TRUE, FALSE},
+        {0xFFFFFFFFFFFFEFFF, 1, TRUE, FALSE},
+        {0xFFFFFFFFFFFFEFFF, 2, FALSE, FALSE},
+        {0xFFFFFFFFFFFFFFFF, 1, FALSE, FALSE},
+        {0x10000, 0xFFFFFFFFFFFFFFFF, FALSE, FALSE},  // wraps around
+        {0x10000, 0, FALSE, FALSE},
+    };
+    for (const auto& Case : Cases) {
+        VornSmmSecurityMitigationEnabled = FALSE;
+        EXPECT_EQ(SmmIsBufferOutsideSmmValid(Case.Buffer, Case.Length), Case.Plain) << std::hex << Case.Buffer;
+        VornSmmSecurityMitigationEnabled = TRUE;
+        EXPECT_EQ(SmmIsBufferOutsideSmmValid(Case.Buffer, Case.Length), Case.Mitigated) << std::hex << Case.Buffer;
+    }
+    EXPECT_THAT(Machine.TraceLog(),
+                testing::HasSubstr("SmmIsBufferOutsideSmmValid: Not in ValidCommunicationRegion: Buffer (0xffff) - "
+                                   "Length (0x2)\n"));
+}
+
+TEST_F(CommunicationBuffer, MitigationFollowsTheSetupAttributeAtTheEndOfDxe) {
+    ASSERT_NE(Smst.Notified, nullptr);
+    VornSmmSecurityMitigationEnabled = TRUE;
+    EXPECT_EQ(Smst.Notified(nullptr, nullptr, nullptr), EFI_NOT_FOUND) << "no attribute store";
+    EXPECT_EQ(VornSmmSecurityMitigationEnabled, FALSE);
+
+    const VORN_ATTRIBUTE_SMM_PROTOCOL Store{nullptr, ReadStored};
+    Smst.Install(gVornAttributeSmmProtocolGuid, &Store);
+    const struct {
+        std::u16string Value;
+        EFI_STATUS Status;
+        BOOLEAN Enabled;
+    } Cases[] = {
+        {{u"Enabled", 8}, EFI_SUCCESS, TRUE},
+        {{u"Enabled", 7}, EFI_SUCCESS, TRUE},  // the zeroed buffer ends the text
+        {u"enabled", EFI_SUCCESS, FALSE},
+        {u"EnabledX", EFI_SUCCESS, FALSE},
+        {u"", EFI_SUCCESS, FALSE},
+        {std::u16string(31, u'E'), EFI_SUCCESS, FALSE},  // fills the buffer without an end
+        {u"Enabled", EFI_BUFFER_TOO_SMALL, FALSE},
+    };
+    for (const auto& Case : Cases) {
+        StoredValue = Case.Value;
+        StoreStatus = Case.Status;
+        VornSmmSecurityMitigationEnabled = Case.Enabled == FALSE ? TRUE : FALSE;
+        EXPECT_EQ(Smst.Notified(nullptr, nullptr, nullptr), Case.Status);
+        EXPECT_EQ(VornSmmSecurityMitigationEnabled, Case.Enabled);
+    }
+    EXPECT_EQ(SmmMemLibDestructor(nullptr, nullptr), EFI_SUCCESS);
+    EXPECT_EQ(Smst.Notified, nullptr);
+}
+
+TEST(CommunicationBufferWithoutMap, IsRefusedUntilTheMapIsKnown) {
+    Simulator::Configuration Settings;
+    Settings.Missing = {"gKyrSmmMemoryMapProtocolGuid"};
+    Simulator::Simulation Machine(Settings);
+    Machine.Boot();
+    EXPECT_EQ(SmmIsBufferOutsideSmmValid(0x10000, 1), FALSE);
+}
+
+}  // namespace
