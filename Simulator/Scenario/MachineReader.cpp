@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include "Simulator/Firmware/PlatformData.h"
+#include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -62,7 +64,10 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
     {"clock", ReadClock},
     {"apei",
      [](const YamlValue& V, Configuration& C) {
+         const std::vector<std::string> Known = ApeiFieldNames();
+         const std::vector<std::string_view> Names(Known.begin(), Known.end());
          for (const auto& [Name, Field] : V.Map()) {
+             FindKey(Name, Names);
              C.Apei[Name.Text()] = Field.Number();
          }
      }},
@@ -88,12 +93,13 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
     {"missing",
      [](const YamlValue& V, Configuration& C) {
          for (const YamlValue& Name : V.List()) {
-             C.Missing.insert(Name.Text());
+             C.Missing.insert(Name.GuidName());
          }
      }},
     {"failing",
      [](const YamlValue& V, Configuration& C) {
          for (const auto& [Member, How] : V.Map()) {
+             FindKey(Member, MemberNames());
              C.Failing[Member.Text()] = ReadFailure(How);
          }
      }},

@@ -1,35 +1,11 @@
 #include "Simulator/Scenario/PlainText.h"
 
+#include <algorithm>
 #include <charconv>
-
-#include "Simulator/Journal/Journal.h"
 
 namespace Simulator {
 
 namespace {
-
-struct NamedStatus {
-    EFI_STATUS Status;
-    std::string_view Name;
-};
-constexpr NamedStatus Statuses[] = {
-    {EFI_SUCCESS, "EFI_SUCCESS"},
-    {EFI_LOAD_ERROR, "EFI_LOAD_ERROR"},
-    {EFI_INVALID_PARAMETER, "EFI_INVALID_PARAMETER"},
-    {EFI_UNSUPPORTED, "EFI_UNSUPPORTED"},
-    {EFI_BAD_BUFFER_SIZE, "EFI_BAD_BUFFER_SIZE"},
-    {EFI_BUFFER_TOO_SMALL, "EFI_BUFFER_TOO_SMALL"},
-    {EFI_NOT_READY, "EFI_NOT_READY"},
-    {EFI_DEVICE_ERROR, "EFI_DEVICE_ERROR"},
-    {EFI_WRITE_PROTECTED, "EFI_WRITE_PROTECTED"},
-    {EFI_OUT_OF_RESOURCES, "EFI_OUT_OF_RESOURCES"},
-    {EFI_NOT_FOUND, "EFI_NOT_FOUND"},
-    {EFI_ACCESS_DENIED, "EFI_ACCESS_DENIED"},
-    {EFI_TIMEOUT, "EFI_TIMEOUT"},
-    {EFI_NOT_STARTED, "EFI_NOT_STARTED"},
-    {EFI_ALREADY_STARTED, "EFI_ALREADY_STARTED"},
-    {EFI_ABORTED, "EFI_ABORTED"},
-};
 
 struct TimeUnit {
     std::string_view Name;
@@ -88,32 +64,6 @@ std::optional<std::uint64_t> ParseDuration(std::string_view Text) {
         Text.remove_prefix(Next);
     } while (!Text.empty());
     return Total;
-}
-
-std::optional<EFI_STATUS> StatusOfName(std::string_view Name) {
-    for (const NamedStatus& Candidate : Statuses) {
-        if (Candidate.Name == Name) {
-            return Candidate.Status;
-        }
-    }
-    return std::nullopt;
-}
-
-std::vector<std::string_view> StatusNames() {
-    std::vector<std::string_view> Names;
-    for (const NamedStatus& Candidate : Statuses) {
-        Names.push_back(Candidate.Name);
-    }
-    return Names;
-}
-
-std::string StatusName(EFI_STATUS Status) {
-    for (const NamedStatus& Candidate : Statuses) {
-        if (Candidate.Status == Status) {
-            return std::string(Candidate.Name);
-        }
-    }
-    return Hex(static_cast<std::uint64_t>(Status));
 }
 
 }  // namespace Simulator

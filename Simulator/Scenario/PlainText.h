@@ -1,13 +1,10 @@
-// Numbers, bytes, durations and statuses as people write them in scenarios and journals.
+// Numbers, bytes, and durations as people write them in scenarios and journals.
 #pragma once
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
-
-#include "Platform/Base.h"
 
 namespace Simulator {
 
@@ -19,10 +16,5 @@ std::optional<std::uint64_t> ParseNumber(std::string_view Text);
 std::optional<std::vector<std::uint8_t>> ParseBytes(std::string_view Text);
 // Microseconds of "1h", "9m59s", "10s", "5ms", "20us" and the like.
 std::optional<std::uint64_t> ParseDuration(std::string_view Text);
-
-std::optional<EFI_STATUS> StatusOfName(std::string_view Name);
-std::vector<std::string_view> StatusNames();
-// "EFI_SUCCESS"; the number of a status that has no name.
-std::string StatusName(EFI_STATUS Status);
 
 }  // namespace Simulator

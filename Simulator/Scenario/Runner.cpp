@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "Simulator/Decode/Decoded.h"
+#include "Simulator/Firmware/Names.h"
 #include "Simulator/Machine/Fault.h"
-#include "Simulator/Scenario/PlainText.h"
 
 namespace Simulator {
 

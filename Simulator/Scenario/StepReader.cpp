@@ -1,7 +1,8 @@
 #include <fmt/format.h>
 
 #include "Simulator/Decode/Sections.h"
-#include "Simulator/Scenario/PlainText.h"
+#include "Simulator/Firmware/Names.h"
+#include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -167,7 +168,7 @@ void ReadOsWriteMsr(const YamlValue& Value, const Configuration& Machine, Step& 
 constexpr std::string_view Places[] = {"region", "outside", "smram", "straddling", "null"};
 
 constexpr StepKey CommKeys[] = {
-    {"handler", [](const YamlValue& V, StepDraft& D) { D.Call.Handler = V.Text(); }, true},
+    {"handler", [](const YamlValue& V, StepDraft& D) { D.Call.Handler = V.GuidName(); }, true},
     {"data", [](const YamlValue& V, StepDraft& D) { D.Call.Data = V.Bytes(); }},
     {"place",
      [](const YamlValue& V, StepDraft& D) {
@@ -206,6 +207,7 @@ void ReadPostErrors(const YamlValue& Value, const Configuration& Machine, Step& 
 void ReadFailing(const YamlValue& Value, const Configuration&, Step& Into) {
     std::vector<std::pair<std::string, std::optional<Failure>>> Members;
     for (const auto& [Member, How] : Value.Map()) {
+        FindKey(Member, MemberNames());
         const bool Stops = How.IsScalar() && How.Text() == "never";
         Members.emplace_back(Member.Text(), Stops ? std::nullopt : std::optional(ReadFailure(How)));
         Into.Summary += (Into.Summary.empty() ? "" : ", ") + Member.Text() + (Stops ? " no longer" : "");

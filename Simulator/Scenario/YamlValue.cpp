@@ -3,8 +3,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <numeric>
 #include <set>
 
+#include "Simulator/Firmware/Names.h"
 #include "Simulator/Scenario/PlainText.h"
 
 namespace Simulator {
@@ -75,11 +78,20 @@ std::vector<std::uint8_t> YamlValue::Bytes() const {
 
 EFI_STATUS YamlValue::Status() const {
     const std::string Name = Scalar("a status");
-    const std::optional<EFI_STATUS> Found = StatusOfName(Name);
+    const std::optional<EFI_STATUS> Found = FindStatus(Name);
     if (!Found) {
-        Refuse(fmt::format("\"{}\" is no status; right would be {}", Name, fmt::join(StatusNames(), ", ")));
+        Refuse(fmt::format("\"{}\" is no status; right would be a name such as EFI_DEVICE_ERROR", Name));
     }
     return *Found;
+}
+
+std::string YamlValue::GuidName() const {
+    const std::string Name = Scalar("the name of a GUID");
+    if (!FindGuid(Name)) {
+        Refuse(
+            fmt::format("\"{}\" is no GUID's name; right would be one such as gKyrRasServiceSmmProtocolGuid", Name));
+    }
+    return Name;
 }
 
 std::size_t YamlValue::OneOf(std::span<const std::string_view> Words) const {
@@ -147,6 +159,36 @@ nlohmann::ordered_json YamlValue::Tree() const {
     return IsEmpty() ? nlohmann::ordered_json::object() : nlohmann::ordered_json(Text());
 }
 
+namespace {
+
+// Insertions, deletions and replacements that turn one text into the other.
+std::size_t EditDistance(std::string_view From, std::string_view To) {
+    std::vector<std::size_t> Row(To.size() + 1);
+    std::iota(Row.begin(), Row.end(), std::size_t{0});
+    for (const char Letter : From) {
+        std::size_t Diagonal = Row[0]++;
+        for (std::size_t Column = 1; Column <= To.size(); ++Column) {
+            const std::size_t Replaced = Diagonal + (Letter == To[Column - 1] ? 0 : 1);
+            Diagonal = Row[Column];
+            Row[Column] = std::min({Row[Column] + 1, Row[Column - 1] + 1, Replaced});
+        }
+    }
+    return Row.back();
+}
+
+// All the names, or the one that was probably meant where they are many.
+std::string Suggestion(std::string_view Name, std::span<const std::string_view> Names) {
+    constexpr std::size_t Few = 24;
+    if (Names.size() <= Few) {
+        return fmt::format("known here: {}", fmt::join(Names, ", "));
+    }
+    const auto Nearest =
+        std::ranges::min_element(Names, {}, [Name](std::string_view Known) { return EditDistance(Name, Known); });
+    return fmt::format("is {} meant?", *Nearest);
+}
+
+}  // namespace
+
 std::size_t FindKey(const YamlValue& Key, std::span<const std::string_view> Names) {
     const std::string Name = Key.Text();
     for (std::size_t Index = 0; Index < Names.size(); ++Index) {
@@ -154,7 +196,7 @@ std::size_t FindKey(const YamlValue& Key, std::span<const std::string_view> Name
             return Index;
         }
     }
-    Key.Refuse(fmt::format("unknown key \"{}\"; known here: {}", Name, fmt::join(Names, ", ")));
+    Key.Refuse(fmt::format("unknown key \"{}\"; {}", Name, Suggestion(Name, Names)));
 }
 
 void RefuseMissingKey(const YamlValue& Map, std::string_view Name) {

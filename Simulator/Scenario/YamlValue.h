@@ -46,6 +46,7 @@ class YamlValue {
     std::uint64_t Duration() const;           // "1h", "9m59s", "10s", "5ms", "20us", in microseconds
     std::vector<std::uint8_t> Bytes() const;  // "07 3C 6F"
     EFI_STATUS Status() const;                // "EFI_DEVICE_ERROR"
+    std::string GuidName() const;             // "gKyrRasServiceSmmProtocolGuid"
     // The index of one of these words.
     std::size_t OneOf(std::span<const std::string_view> Words) const;
 

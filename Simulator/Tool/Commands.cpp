@@ -7,7 +7,7 @@
 #include <set>
 
 #include "Simulator/Decode/Decoded.h"
-#include "Simulator/Scenario/PlainText.h"
+#include "Simulator/Firmware/Names.h"
 #include "Simulator/Scenario/Runner.h"
 #include "Simulator/Tool/RunOutput.h"
 #include "Simulator/Tool/RunReport.h"

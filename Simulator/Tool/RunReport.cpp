@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Simulator/Decode/Decoded.h"
+#include "Simulator/Firmware/Names.h"
 #include "Simulator/Scenario/PlainText.h"
 
 namespace Simulator {
