@@ -1,0 +1,246 @@
+#include <functional>
+
+#include "Library/VornElogChipsetLib/SelMachineCheck.h"
+#include "Library/VornElogChipsetLib/SelMemory.h"
+#include "Library/VornElogChipsetLib/SelPcie.h"
+#include "Library/VornElogChipsetLib/SelRegisters.h"
+#include "Tests/Library/VornElogChipsetLib/EventLogFixture.h"
+
+namespace {
+
+PCI_SLOT_NUMBER_DATA Slot(UINT32 Number) {
+    PCI_SLOT_NUMBER_DATA Data{};
+    Data.Valid = TRUE;
+    Data.DeviceType = PciSlotDeviceOther;
+    Data.SlotNumber = Number;
+    return Data;
+}
+
+PCI_SLOT_NUMBER_DATA Drive(UINT8 BayId, UINT8 SlotId) {
+    PCI_SLOT_NUMBER_DATA Data{};
+    Data.Valid = TRUE;
+    Data.DeviceType = PciSlotDeviceNvmeDrive;
+    Data.Drive.BayId = BayId;
+    Data.Drive.SlotId = SlotId;
+    return Data;
+}
+
+TEST_F(VornElogChipset, BodiesOfEveryBuilder) {
+    ASSERT_EQ(EFI_SUCCESS, VornELogIpmiLibConstructor(nullptr, nullptr));
+    const PCI_SLOT_NUMBER_DATA Slot0x107 = Slot(0x107);
+    const PCI_SLOT_NUMBER_DATA Bay3Slot9 = Drive(3, 9);
+    const IO_HUB_DATA Hub{1, 1, 2, 3, 0x77, 0xF4, 5, 6, 7, 0x18, 0xC0};
+    const IO_HUB_DATA ZeroHub{1, 1, 0, 0, 0x77, 0, 0, 0, 0, 1, 0xC0};
+    CPU_INFO Cpu{};
+    Cpu.LocalApicId = 0x1A3;
+    Cpu.SocketId = 1, Cpu.CcxId = 2, Cpu.DieId = 3, Cpu.CoreId = 4, Cpu.ThreadId = 5;
+    struct {
+        const char* Name;
+        std::function<void()> Log;
+        Bodies Expected;
+    } Cases[] = {
+        {"corrected", [] { ElogLogMachineCheckError(1, 0xA3, TRUE); }, {"07 3C 6F AC 02 A3"}},
+        {"uncorrected", [] { ElogLogMachineCheckError(0, 0x05, FALSE); }, {"07 0D 07 A6 01 05"}},
+        {"MSR",
+         [] { ElogLogMsrInfo(0xC0002151, 0x8877665544332211); },
+         {"C1 28 7E 51 21 00", "C1 28 7E C0 11 22", "C1 28 7E 33 44 55", "C1 28 7E 66 77 88"}},
+        {"thread",
+         [&] { VornElogLogCpuThreadLocationData(&Cpu); },
+         {"C1 28 7E A3 01 00", "C1 28 7E 00 00 00", "C1 28 7E 00 05 04", "C1 28 7E 03 02 01"}},
+        {"memory 19", [] { ElogLogMemoryEvent(19, 0x34, 2, 3); }, {"D4 13 74 34 02 03"}},
+        {"memory 20", [] { ElogLogMemoryEvent(20, 1, 2, 3); }, {"D5 14 74 01 02 03"}},
+        {"memory 21", [] { ElogLogMemoryEvent(21, 1, 2, 3); }, {"D6 15 74 01 02 03"}},
+        {"corrected ECC", [] { ElogLogMemoryCorrectedEccError(1, 11, 0); }, {"D5 14 74 3E F7 4B"}},
+        {"unknown DIMM", [] { ElogLogMemoryCorrectedEccError(1, 9, 0); }, {"D5 14 74 3E F7 00"}},
+        {"register", [] { ElogLogRegisterInfo(0x104, 0x00FF0000); }, {"C1 1A 7E 01 06 FF"}},
+        {"register, all bytes",
+         [] { ElogLogRegisterInfo(0x0FE, 0x44332211); },
+         {"C1 1A 7E 00 FE 11", "C1 1A 7E 00 FF 22", "C1 1A 7E 01 00 33", "C1 1A 7E 01 01 44"}},
+        {"register, zero", [] { ElogLogRegisterInfo(0x104, 0); }, {}},
+        {"SERR", [] { ElogLogPciSerr(3, 0xC1, 0x1F, 7); }, {"13 05 6F A5 FF C1"}},
+        {"PERR", [] { ElogLogPciPerr(3, 0xC1, 2, 1); }, {"13 04 6F A4 11 C1"}},
+        {"chipset register",
+         [] { ElogLogMmioChipsetInfo(0x44332211, 0x88776655); },
+         {"C1 49 7E 11 22 33", "C1 49 7E 44 55 66", "C1 49 7E 77 88 00"}},
+        {"chipset register, zero", [] { ElogLogMmioChipsetInfo(0x44332211, 0); }, {}},
+        {"error info", [] { ElogLogErrorInfo(5, 0x42); }, {"C1 2E 72 A2 05 42"}},
+        {"CXL RAS, low half", [] { ElogLogCxlRasCapabilityStructure(0x10, 0x0000ABCD); }, {"C1 57 7E 10 CD AB"}},
+        {"CXL RAS, high half",
+         [] { ElogLogCxlRasCapabilityStructure(0x10, 0x12340000); },
+         {"C1 57 7E 10 00 00", "C1 57 7E 12 34 12"}},
+        // Segment 0x13 keeps its low 4 bits; the class stands in bits 3:2, the severity in bits 1:0.
+        {"PCIe slot",
+         [&] { ElogLogPcieOrCxlAnyEvent(0x13, 0xC1, 2, 1, SelSeverityFatal, 0, &Slot0x107); },
+         {"DE 16 74 33 07 01", "DE 16 74 37 11 C1"}},
+        {"PCIe SBDF",
+         [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityCorrectable, 1, &Slot0x107); },
+         {"DE 16 74 36 11 C1"}},
+        {"PCIe SSD",
+         [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityDpc, 2, &Bay3Slot9); },
+         {"DE 16 74 38 09 03", "DE 16 74 34 11 C1"}},
+        {"CXL slot",
+         [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityInformational, 3, &Slot0x107); },
+         {"DF 1D 74 31 07 01", "DF 1D 74 35 11 C1"}},
+        {"CXL SBDF",
+         [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityFatal, 4, &Slot0x107); },
+         {"DF 1D 74 37 11 C1"}},
+        {"CXL CMM",
+         [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityNone, 5, &Bay3Slot9); },
+         {"DF 1D 74 3B 09 03", "DF 1D 74 37 11 C1"}},
+        {"no such class", [&] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityFatal, 6, &Slot0x107); }, {}},
+        {"no slot data", [] { ElogLogPcieOrCxlAnyEvent(3, 0xC1, 2, 1, SelSeverityFatal, 1, nullptr); }, {}},
+        {"chipset", [] { ElogLogChipsetAnyEvent(0x13, 0xC1, 2, 1, SelChipsetSeverityFatal); }, {"DD 17 74 32 11 C1"}},
+        // A | segment 8 | bus C0 | socket 1, die 2, root bridge 3; hub 4 5 6 7, logical 2.1, physical 1F.7
+        {"root port",
+         [&] { VornElogLogPcieRootPortData(&Hub, 0x8C011000, 0x8C0FF000); },
+         {"C1 49 7E 63 00 C0", "C1 49 7E A8 FF 11", "C1 49 7E 67 45 00"}},
+        {"root port, zero", [&] { VornElogLogPcieRootPortData(&ZeroHub, 0x1C000000, 0x1C000000); }, {}},
+        {"NULL",
+         [] {
+             VornElogLogPcieRootPortData(nullptr, 1, 1);
+             VornElogLogCpuThreadLocationData(nullptr);
+             VornELogLogMcBankRegisterData(nullptr);
+         },
+         {}},
+    };
+    for (const auto& Case : Cases) {
+        Case.Log();
+        EXPECT_EQ(Case.Expected, Take()) << Case.Name;
+    }
+    EXPECT_NE(std::string::npos, Machine.TraceLog().find("MEM5104"));
+}
+
+TEST_F(VornElogChipset, MemoryEventsAnnounceTheRepair) {
+    ASSERT_EQ(EFI_SUCCESS, VornELogIpmiLibConstructor(nullptr, nullptr));
+    struct {
+        UINT32 ApplyPprType;
+        std::string Critical, Half, Eighth, Detection, Consumption;
+    } Cases[] = {
+        {ApplyPprTypeNone, "D4 13 74 30 13 4B", "D4 13 74 30 14 4B", "D4 13 74 30 61 4B", "D5 14 74 44 F1 4B",
+         "D6 15 74 4E F2 4B"},
+        {ApplyPprTypeHard, "D4 13 74 30 43 4B", "D4 13 74 34 44 4B", "D4 13 74 30 61 4B", "D5 14 74 44 41 4B",
+         "D6 15 74 4E 42 4B"},
+        {ApplyPprTypeSoft, "D4 13 74 30 53 4B", "D4 13 74 34 54 4B", "D4 13 74 30 61 4B", "D5 14 74 44 51 4B",
+         "D6 15 74 4E 52 4B"},
+    };
+    for (const auto& Case : Cases) {
+        mPrivateDataVornElogIpmi.ApplyPprType = Case.ApplyPprType;
+        for (const UINT8 Threshold : {1, 2, 7, 4, 0, 3}) {
+            ElogLogMemoryThresholdError(1, 11, 0, Threshold);
+        }
+        ElogLogMemoryUncorrectedEccErrorPoisonDetection(1, 11, 0);
+        ElogLogMemoryUncorrectedEccErrorPoisonConsumption(1, 11, 0);
+        EXPECT_EQ((Bodies{Case.Critical, Case.Half, Case.Half, Case.Eighth, Case.Detection, Case.Consumption}),
+                  Take())
+            << Case.ApplyPprType;
+    }
+}
+
+TEST_F(VornElogChipset, ARepeatIsTakenForOneOnlyWhenTheApicIdEqualsTheSocketsBit) {
+    ElogLogMachineCheckError(1, 7, FALSE);
+    ElogLogMachineCheckError(1, 7, FALSE);  // the same processor again, and sent again
+    ElogLogMachineCheckError(1, 2, FALSE);  // another processor, but its ID is the socket's bit
+    ElogLogMachineCheckError(0, 2, FALSE);
+    ElogLogMachineCheckError(0, 1, TRUE);
+    ElogLogMachineCheckError(1, 2, TRUE);
+    ElogLogMachineCheckError(1, 2, 2);  // neither corrected nor uncorrected is never a repeat
+    EXPECT_EQ((Bodies{"07 0D 07 A6 02 07", "07 0D 07 A6 02 07", "07 0D 07 A6 01 02", "07 3C 6F AC 02 02",
+                      "07 3C 6F AC 02 02"}),
+              Take());
+}
+
+TEST_F(VornElogChipset, ABanksRegistersAreSentWhereTheyHoldSomething) {
+    constexpr UINT64 VAL = 1ull << 63, MISCV = 1ull << 59, ADDRV = 1ull << 58, SYNDV = 1ull << 53,
+                     DEFERRED = 1ull << 44;
+    constexpr UINT64 UMC = 0x9600000000, NOT_UMC = 0x1009600000000, CORE = 0xB000000000;
+    struct {
+        UINT64 McaStatus, McaDeStat, McaIpid, McaMisc0;
+        std::string Registers;
+    } Cases[] = {
+        {VAL, 0, CORE, 0, "5 0 1 4"},
+        {VAL | ADDRV | MISCV | SYNDV, VAL | SYNDV, CORE, 0x01000000, "5 0 1 2 3 4 6"},
+        {VAL | ADDRV | MISCV | SYNDV, 0, UMC, 0x01000000, "5 0 1 2 3 4 6 A E F"},
+        {VAL | SYNDV, 0, NOT_UMC, 0x01000000, "5 0 1 4 6"},
+        {VAL | DEFERRED, VAL | SYNDV, UMC, 0, "5 0 1 4 6 8 9 E F"},
+        {VAL | DEFERRED, SYNDV, UMC, 0, "5 0 1 4 8 9"},
+        {VAL, VAL | SYNDV, UMC, 0x00FFFFFF, "5 0 1 4"},
+    };
+    for (const auto& Case : Cases) {
+        MCA_BANK_ERROR_INFO Bank{};
+        Bank.McaBankNumber = 0x15;
+        Bank.McaStatus = Case.McaStatus;
+        Bank.McaDeStat = Case.McaDeStat;
+        Bank.McaIpid = Case.McaIpid;
+        Bank.McaMisc0 = Case.McaMisc0 | 0xC3;
+        Bank.McaCtl = 0xC0, Bank.McaAddr = 0xC2, Bank.McaConfig = 0xC4, Bank.McaSynd = 0xC6, Bank.McaDeAddr = 0xC9;
+        Bank.McaMisc1 = 0xCA, Bank.McaSynd1 = 0xCE, Bank.McaSynd2 = 0xCF;
+        VornELogLogMcBankRegisterData(&Bank);
+        const Bodies Sent = Take();
+        ASSERT_EQ(0u, Sent.size() % 4);
+        std::string Registers;
+        for (std::size_t At = 0; At < Sent.size(); At += 4) {
+            // MSR 0xC000215n; a register whose value is not the case's own holds Cn
+            const std::string n = Sent[At].substr(10, 1);
+            EXPECT_EQ("C1 28 7E 5" + n + " 21 00", Sent[At]);
+            EXPECT_EQ("C1 28 7E C0 " + (n == "1" || n == "5" || n == "8" ? Sent[At + 1].substr(12, 2) : "C" + n),
+                      Sent[At + 1].substr(0, 14));
+            Registers += (At == 0 ? "" : " ") + n;
+        }
+        EXPECT_EQ(Case.Registers, Registers) << std::hex << Case.McaStatus << " " << Case.McaIpid;
+    }
+}
+
+TEST_F(VornElogChipset, ClassesAndSeveritiesOfPcieEvents) {
+    PCI_SLOT_NUMBER_DATA Unknown = Drive(1, 1);
+    Unknown.Valid = FALSE;
+    const PCI_SLOT_NUMBER_DATA Other = Slot(4), Nvme = Drive(1, 1);
+    struct {
+        UINT32 IsCxl;
+        const PCI_SLOT_NUMBER_DATA* Slot;
+        UINT32 EventType;
+    } Classes[] = {{0, &Unknown, 1}, {1, &Unknown, 4}, {0, &Other, 0}, {1, &Other, 3},
+                   {0, &Nvme, 2},    {1, &Nvme, 5},    {2, &Nvme, 2},  {0, nullptr, 99}};
+    for (const auto& Case : Classes) {
+        UINT32 EventType = 99;
+        ElogGetPcieEventType(Case.IsCxl, Case.Slot, &EventType);
+        EXPECT_EQ(Case.EventType, EventType);
+    }
+    const std::pair<UINT32, UINT32> Severities[] = {{0, 3}, {1, 3}, {2, 2}, {3, 255}, {0xFFFF, 255}};
+    for (const auto& [CperSeverity, Expected] : Severities) {
+        UINT32 Severity = 99;
+        ElogGetSelPcieEventSeverity(CperSeverity, &Severity);
+        EXPECT_EQ(Expected, Severity);
+    }
+    ElogGetPcieEventType(0, &Nvme, nullptr);
+    ElogGetSelPcieEventSeverity(0, nullptr);
+}
+
+TEST_F(VornElogChipset, MessagesOfPcieAndChipsetEvents) {
+    char Id[SEL_MESSAGE_ID_SIZE] = "before", Text[SEL_MESSAGE_TEXT_SIZE] = "before";
+    for (const auto& [EventType, Severity] : {std::pair<UINT32, UINT32>{6, 0}, {0, 4}, {0, SelSeverityNone}}) {
+        ElogGetPcieEventMessageString(EventType, Severity, Id, Text);
+    }
+    ElogGetChipsetEventMessageString(3, Id, Text);
+    EXPECT_STREQ("before", Id);
+    EXPECT_STREQ("before", Text);
+
+    struct {
+        UINT32 EventType, Severity;
+        std::string Id, Text;
+    } Cases[] = {{0, 0, "PCI3043", "PCIe DPC Event On Slot"},
+                 {1, 1, "CPU9000", "PCIe Informational Event On SBDF"},
+                 {2, 2, "PCI3038", "PCIe Correctable Error Event On SSD"},
+                 {3, 3, "Cxl1030", "CXL Fatal Error Event On Slot"},
+                 {4, 0, "CXL1002", "CXL DPC Event On SBDF"},
+                 {5, 2, "Cxl1021", "CXL Correctable Error Event On CMM"}};
+    for (const auto& Case : Cases) {
+        ElogGetPcieEventMessageString(Case.EventType, Case.Severity, Id, Text);
+        EXPECT_EQ(Case.Id, Id);
+        EXPECT_EQ(Case.Text, Text);
+    }
+    ElogGetChipsetEventMessageString(SelChipsetSeverityFatal, Id, Text);
+    EXPECT_STREQ("PCI3042", Id);
+    EXPECT_STREQ("Chipset Fatal Error", Text);
+}
+
+}  // namespace
