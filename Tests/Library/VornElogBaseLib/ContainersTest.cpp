@@ -191,23 +191,25 @@ TEST_F(Containers, NullIsRefusedEverywhere) {
     Laid<FINITE_BUFFER> Buffer(1);
     Laid<CIRCULAR_BUFFER> Ring(1);
     QUEUE Queue{};
+    const Element One{};
     FiniteBufferClear(nullptr);
     CircularBufferClear(nullptr);
     QueueInit(nullptr);
-    const Element One{};
-    EXPECT_EQ(FiniteBufferAddElement(nullptr, &One), FALSE);
-    EXPECT_EQ(FiniteBufferAddElement(Buffer.Header(), nullptr), FALSE);
-    EXPECT_EQ(CircularBufferAddElement(nullptr, &One), FALSE);
-    EXPECT_EQ(CircularBufferAddElement(Ring.Header(), nullptr), FALSE);
-    EXPECT_EQ(FiniteBufferIsEmpty(nullptr), FALSE);
-    EXPECT_EQ(FiniteBufferIsFull(nullptr), FALSE);
-    EXPECT_EQ(CircularBufferIsEmpty(nullptr), FALSE);
-    EXPECT_EQ(CircularBufferIsFull(nullptr), FALSE);
-    EXPECT_EQ(QueueAdd(nullptr, &One, 1), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(QueueAdd(&Queue, nullptr, 1), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(QueueRemove(nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(QueueClear(nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(QueueIsEmpty(nullptr), FALSE);
+    const BOOLEAN Queries[] = {
+        FiniteBufferAddElement(nullptr, &One),
+        FiniteBufferAddElement(Buffer.Header(), nullptr),
+        CircularBufferAddElement(nullptr, &One),
+        CircularBufferAddElement(Ring.Header(), nullptr),
+        FiniteBufferIsEmpty(nullptr),
+        FiniteBufferIsFull(nullptr),
+        CircularBufferIsEmpty(nullptr),
+        CircularBufferIsFull(nullptr),
+        QueueIsEmpty(nullptr),
+    };
+    EXPECT_THAT(Queries, testing::Each(FALSE));
+    const EFI_STATUS Statuses[] = {QueueAdd(nullptr, &One, 1), QueueAdd(&Queue, nullptr, 1), QueueRemove(nullptr),
+                                   QueueClear(nullptr)};
+    EXPECT_THAT(Statuses, testing::Each(EFI_INVALID_PARAMETER));
     EXPECT_EQ(QueueHead(nullptr), nullptr);
     EXPECT_EQ(QueueHeadData(nullptr), nullptr);
     for (const char* Line : {"FiniteBufferClear: ERROR input parameter pBuffer == NULL on entry, aborting...\n",

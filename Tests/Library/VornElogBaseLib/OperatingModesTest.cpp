@@ -72,18 +72,4 @@ TEST(OperatingModes, LevelsAreInformationalAndGoToNoNullPointer) {
     }
 }
 
-TEST(OperatingModes, BaseLibraryNeedsTheSmmBaseProtocol) {
-    for (const bool Missing : {true, false}) {
-        Simulator::Configuration Settings;
-        if (Missing) {
-            Settings.Missing = {"gEfiSmmBase2ProtocolGuid"};
-        } else {
-            Settings.Failing["InSmm"] = {EFI_DEVICE_ERROR};
-        }
-        Simulator::Simulation Machine(Settings);
-        Machine.Boot();
-        EXPECT_EQ(VornElogBaseLibConstructor(nullptr, nullptr), EFI_NOT_FOUND);
-    }
-}
-
 }  // namespace
