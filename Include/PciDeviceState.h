@@ -30,14 +30,17 @@ struct IO_HUB_DATA {
 };
 KYR_RECORD(IO_HUB_DATA, 11);
 
+struct PCI_DRIVE_BAY {
+    UINT8 BayId;
+    UINT8 SlotId;
+};
+KYR_RECORD(PCI_DRIVE_BAY, 2);
+
 struct PCI_SLOT_NUMBER_DATA {
     UINT8 Valid;
     UINT32 DeviceType;  // PCI_SLOT_DEVICE_TYPE
     union {
-        struct {
-            UINT8 BayId;
-            UINT8 SlotId;
-        } Drive;
+        PCI_DRIVE_BAY Drive;
         UINT32 SlotNumber;
     };
 };
