@@ -1,0 +1,151 @@
+// Scenario files: what they become, and what is said about mistakes in them.
+#include <gtest/gtest.h>
+
+#include "Simulator/Scenario/PlainText.h"
+#include "Simulator/Scenario/Scenario.h"
+
+namespace {
+
+using Simulator::ParseScenario;
+using Simulator::Scenario;
+using Simulator::ScenarioError;
+
+TEST(ScenarioFile, EveryKeyOfTheMachineReachesTheConfiguration) {
+    const Simulator::Configuration Machine = ParseScenario(R"(
+name: machine
+about: all keys
+machine:
+  sockets: 1
+  cores: 3
+  threads: 1
+  banks: 64
+  channels: 2
+  dimms: 1
+  root-complexes: 2
+  pci-segments: 2
+  clock: {time: 2026-12-31 23:59:59, update-stuck: true, battery-dead: true}
+  apei: {PFEHEnable: 0, McaErrThreshCount: 0xFFE}
+  attributes: {CorErrLoggingThreshold: Disabled}
+  pcd: {0x37D: 1}
+  manufacturing-mode: 2
+  apei-os: false
+  apei-os-acknowledges: false
+  oem-threshold-map: [{hardware-id: 0x96, type: 0, misc0: 0xFF0, misc1: 0xFF1}]
+  missing: [gKyrRasServiceSmmProtocolGuid]
+  failing: {SetMcaCloakCfg: {status: EFI_TIMEOUT, times: 1, skip: 2}, LogBmcData: EFI_NOT_FOUND}
+  silent-processors: [2]
+  fail-allocation: 7
+  trace-levels: 0x80000000
+)",
+                                                           "m.yaml")
+                                                 .Machine;
+    EXPECT_EQ(Machine.Sockets, 1u);
+    EXPECT_EQ(Machine.CoresPerSocket, 3u);
+    EXPECT_EQ(Machine.ThreadsPerCore, 1u);
+    EXPECT_EQ(Machine.BanksPerProcessor, 64u);
+    EXPECT_EQ(Machine.ChannelsPerSocket, 2u);
+    EXPECT_EQ(Machine.DimmsPerChannel, 1u);
+    EXPECT_EQ(Machine.RootComplexesPerSocket, 2u);
+    EXPECT_EQ(Machine.PciSegments, 2u);
+    EXPECT_EQ(Machine.Clock, "2026-12-31 23:59:59");
+    EXPECT_TRUE(Machine.ClockUpdateStuck && Machine.ClockBatteryDead);
+    EXPECT_EQ(Machine.Apei, (std::map<std::string, std::uint64_t>{{"PFEHEnable", 0}, {"McaErrThreshCount", 0xFFE}}));
+    EXPECT_EQ(Machine.Attributes.at("CorErrLoggingThreshold"), "Disabled");
+    EXPECT_EQ(Machine.Pcd.at(0x37D), 1u);
+    EXPECT_EQ(Machine.ManufacturingMode, 2u);
+    EXPECT_FALSE(Machine.ApeiOsLoaded || Machine.ApeiOsAcknowledges);
+    ASSERT_TRUE(Machine.OemThresholdMap && Machine.OemThresholdMap->size() == 1);
+    EXPECT_EQ(Machine.OemThresholdMap->front().HardwareId, 0x96);
+    EXPECT_EQ(Machine.OemThresholdMap->front().Misc1, 0xFF1);
+    EXPECT_EQ(Machine.Missing, std::set<std::string>{"gKyrRasServiceSmmProtocolGuid"});
+    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Status, EFI_TIMEOUT);
+    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Times, 1u);
+    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Skip, 2u);
+    EXPECT_EQ(Machine.Failing.at("LogBmcData").Status, EFI_NOT_FOUND);
+    EXPECT_EQ(Machine.SilentProcessors, std::set<unsigned>{2});
+    EXPECT_EQ(Machine.FailAllocation, 7u);
+    EXPECT_EQ(Machine.TraceLevels, 0x80000000u);
+}
+
+TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
+    // Each text stands behind "name: x\nabout: y\n", so its first line is line 3.
+    struct Row {
+        const char* Text;
+        const char* Says;
+    };
+    const Row Rows[] = {
+        {"mashine: {}", "t.yaml:3:1: unknown key \"mashine\"; known here: name, about, machine"},
+        {"name: z", "t.yaml:3:1: \"name\" stands here a second time"},
+        {"machine: {sockets: 3}", "t.yaml:3:20: 3 is out of range; 1 to 2 is right here"},
+        {"machine: {cores: 08}", "t.yaml:3:18: \"08\" is no number; write it in decimal without leading zeros"},
+        {"machine: {banks: [1]}", "t.yaml:3:18: a list stands here, a number is needed"},
+        {"machine: {clock: {hour: 1}}", "t.yaml:3:19: unknown key \"hour\"; known here: time, update-stuck"},
+        {"machine: {apei: {PFEHEnabled: 1}}", "t.yaml:3:18: unknown key \"PFEHEnabled\"; known here: PFEHEnable"},
+        {"machine: {missing: [gFooGuid]}", "t.yaml:3:21: \"gFooGuid\" is no GUID's name"},
+        {"machine: {failing: {SetMcaCloak: EFI_ABORTED}}",
+         "t.yaml:3:21: unknown key \"SetMcaCloak\"; is SetMcaCloakCfg meant?"},
+        {"machine: {failing: {LogBmcData: EFI_BROKEN}}", "t.yaml:3:33: \"EFI_BROKEN\" is no status"},
+        {"machine: {apei-os: yes}", "t.yaml:3:20: \"yes\" is not known here; right would be false, true"},
+        {"machine: {oem-threshold-map: [{type: 0}]}", "t.yaml:3:31: the key \"hardware-id\" is missing"},
+        {"entry: EFI_OK", "t.yaml:3:8: \"EFI_OK\" is no status"},
+        {"steps:\n  - smi: machine-check\n  - sleep: 1s",
+         "t.yaml:5:5: unknown key \"sleep\"; known here: machine-check"},
+        {"steps:\n  - wait: 10", "t.yaml:4:11: \"10\" is no duration; write numbers with h, m, s, ms or us"},
+        {"steps: {wait: 1s}", "t.yaml:3:8: a list is needed here"},
+        {"steps:\n  - {wait: 1s, smi: machine-check}", "t.yaml:4:5: one key with its value is needed here"},
+        {"steps:\n  - machine-check: {processor: 16, bank: 0, status: 1}",
+         "t.yaml:4:32: 16 is out of range; 0 to 15 is right here"},
+        {"steps:\n  - machine-check: {processor: [0, 99], bank: 0, status: 1}", "t.yaml:4:36: 99 is out of range"},
+        {"machine: {banks: 8}\nsteps:\n  - machine-check: {processor: 0, bank: 8, status: 1}",
+         "t.yaml:5:41: 8 is out of range; 0 to 7 is right here"},
+        {"steps:\n  - machine-check: {processor: 0, bank: 0}", "t.yaml:4:20: the key \"status\" is missing"},
+        {"steps:\n  - os-read-msr: {processor: 0, msr: 0x1C0002001}", "t.yaml:4:38: 0x1C0002001 is out of range"},
+        {"steps:\n  - comm: {handler: gElogLogPOSTErrorToBMCGuid, data: 1 2}",
+         "t.yaml:4:55: \"1 2\" are no bytes; write two hexadecimal digits a byte"},
+        {"steps:\n  - comm: {handler: gElogLogPOSTErrorToBMCGuid, place: moon}",
+         "t.yaml:4:56: \"moon\" is not known here; right would be region, outside, smram, straddling, null"},
+        {"steps:\n  - failing: {SetMcaCloakCfgs: never}", "t.yaml:4:15: unknown key \"SetMcaCloakCfgs\"; is Set"},
+        {"steps:\n  - repeat: {times: 2, steps: [{wait: 1d}]}", "t.yaml:4:38: \"1d\" is no duration"},
+        {"expect:\n  - sell: {}", "t.yaml:4:5: unknown key \"sell\"; known here: smi-enter"},
+        {"expect:\n  - sel: {byte: 07}", "t.yaml:4:11: unknown key \"byte\"; known here: bytes, id"},
+        {"expect: {sel: {}}", "t.yaml:3:9: a list is needed here"},
+        {"count: {sell: 1}", "t.yaml:3:9: unknown key \"sell\""},
+        {"count: [{events: {sel: {}}}]", "t.yaml:3:9: the key \"times\" is missing"},
+        {"kept: -1", "t.yaml:3:7: \"-1\" is no number"},
+        {"never: [sci: {}\n", "t.yaml:4:1: no YAML: "},
+    };
+    for (const Row& Case : Rows) {
+        SCOPED_TRACE(Case.Text);
+        try {
+            ParseScenario(std::string("name: x\nabout: y\n") + Case.Text, "t.yaml");
+            ADD_FAILURE() << "was taken";
+        } catch (const ScenarioError& Error) {
+            EXPECT_TRUE(std::string_view(Error.what()).starts_with(Case.Says)) << Error.what();
+        }
+    }
+    for (const char* Text : {"", "[]", "name: x\n---\nname: y\n", "name: X y\nabout: z\n", "about: only\n"}) {
+        EXPECT_THROW(ParseScenario(Text, "t.yaml"), ScenarioError) << Text;
+    }
+}
+
+TEST(ScenarioFile, NumbersBytesAndDurations) {
+    using namespace Simulator;
+    EXPECT_EQ(ParseNumber("0"), 0u);
+    EXPECT_EQ(ParseNumber("18446744073709551615"), UINT64_MAX);
+    EXPECT_EQ(ParseNumber("0xdeadBEEF"), 0xDEADBEEFu);
+    for (const char* Text : {"", "010", "0x", "-1", "1 ", "0x1G", "18446744073709551616", "0x10000000000000000"}) {
+        EXPECT_EQ(ParseNumber(Text), std::nullopt) << Text;
+    }
+    EXPECT_EQ(ParseBytes(""), std::vector<std::uint8_t>());
+    EXPECT_EQ(ParseBytes("07 3c FF"), (std::vector<std::uint8_t>{7, 0x3C, 0xFF}));
+    for (const char* Text : {"7", "073C", "07  3C", "07 ", "07 3", "0G", "+7"}) {
+        EXPECT_EQ(ParseBytes(Text), std::nullopt) << Text;
+    }
+    EXPECT_EQ(ParseDuration("9m59s"), 599'000'000u);
+    EXPECT_EQ(ParseDuration("1h1ms20us"), 3'600'001'020u);
+    for (const char* Text : {"", "s", "10", "1s2", "1 s", "1x", "99999999999999999999s", "9999999999999h"}) {
+        EXPECT_EQ(ParseDuration(Text), std::nullopt) << Text;
+    }
+}
+
+}  // namespace
