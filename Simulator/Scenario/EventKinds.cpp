@@ -6,48 +6,50 @@ namespace {
 
 using Fields = std::string_view;
 
-constexpr Fields SmiFields[] = {"kind", "handlers", "status"};
+constexpr Fields SmiEnterFields[] = {"kind"};
+constexpr Fields SmiExitFields[] = {"kind", "handlers", "status"};
 constexpr Fields RegisterFields[] = {"what", "value", "guid", "context", "status"};
 constexpr Fields UnregisterFields[] = {"what", "value", "guid", "status"};
-constexpr Fields ServiceFields[] = {"member", "arguments", "status"};
-constexpr Fields WriteFields[] = {"space", "address", "width", "value", "processor"};
-constexpr Fields SelFields[] = {"bytes", "id", "status"};
+constexpr Fields ServiceFields[] = {"member", "status"};
+constexpr Fields WriteFields[] = {"space", "bus", "address", "width", "value", "processor"};
+constexpr Fields SelFields[] = {"bytes", "id"};
 constexpr Fields SelSendFields[] = {"count", "status"};
-constexpr Fields HealthFields[] = {"kind", "bytes", "status"};
-constexpr Fields RecordFields[] = {"file", "section", "header-severity", "section-severity", "length"};
+constexpr Fields HealthFields[] = {"kind", "bytes"};
 constexpr Fields GhesClearFields[] = {"status"};
+// The last two look into the record that the event names.
 constexpr Fields GhesLogFields[] = {"file", "severity", "status", "record", "record-bytes"};
-constexpr Fields PageRetireFields[] = {"address", "threshold", "status"};
-constexpr Fields SciFields[] = {"cause", "status"};
-constexpr Fields NmiFields[] = {"status"};
+constexpr Fields PageRetireFields[] = {"address", "threshold", "fru"};
+constexpr Fields SciFields[] = {"cause"};
 constexpr Fields MceFields[] = {"processor"};
-constexpr Fields PprFields[] = {"type", "arguments", "status"};
-constexpr Fields PostErrorsFields[] = {"count", "codes", "status"};
+constexpr Fields LvtFields[] = {"processor", "source"};
+constexpr Fields PprFields[] = {"type", "status"};
+constexpr Fields PostErrorsFields[] = {"count", "codes"};
 constexpr Fields CommFields[] = {"handler", "status"};
-constexpr Fields AllocFailFields[] = {"bytes", "number"};
+constexpr Fields AllocFailFields[] = {"number", "bytes"};
 
 constexpr EventKind Kinds[] = {
-    {"smi-enter", SmiFields},
-    {"smi-exit", SmiFields},
+    {"smi-enter", SmiEnterFields},
+    {"smi-exit", SmiExitFields},
     {"register", RegisterFields},
     {"unregister", UnregisterFields},
-    {"service", ServiceFields},
+    {"service", ServiceFields, true},
     {"write", WriteFields},
     {"sel", SelFields},
     {"sel-send", SelSendFields},
     {"health", HealthFields},
-    {"record", RecordFields},
     {"ghes-clear", GhesClearFields},
     {"ghes-log", GhesLogFields},
     {"page-retire", PageRetireFields},
     {"sci", SciFields},
-    {"nmi", NmiFields},
+    {"nmi", {}},
     {"mce", MceFields},
-    {"ppr", PprFields},
-    {"runtime-ppr", PprFields},
+    {"lvt", LvtFields},
+    {"ppr", PprFields, true},
+    {"runtime-ppr", PprFields, true},
     {"post-errors", PostErrorsFields},
     {"comm", CommFields},
     {"alloc-fail", AllocFailFields},
+    {"breakpoint", {}},
 };
 
 }  // namespace

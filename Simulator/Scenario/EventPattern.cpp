@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "Simulator/Scenario/PlainText.h"
 
 namespace Simulator {
@@ -31,13 +33,16 @@ bool IsSameText(std::string_view Left, std::string_view Right) {
                       [&](char A, char B) { return Lower(A) == Lower(B); });
 }
 
+bool IsByte(std::string_view Word) {
+    return Word.size() == 2 && Word.find_first_not_of("0123456789abcdefABCDEF") == Word.npos;
+}
+
+bool IsAnyByte(std::string_view Word) {
+    return Word == ".." || Word == AnyValue;
+}
+
 bool IsByteText(std::string_view Text) {
-    for (const std::string_view Word : Words(Text)) {
-        if (Word.size() != 2 || Word.find_first_not_of("0123456789abcdefABCDEF") != Word.npos) {
-            return false;
-        }
-    }
-    return !Text.empty();
+    return !Text.empty() && std::ranges::all_of(Words(Text), IsByte);
 }
 
 bool MatchesBytes(std::string_view Value, std::string_view Wanted) {
@@ -47,8 +52,7 @@ bool MatchesBytes(std::string_view Value, std::string_view Wanted) {
         if (Want[Index] == AnyTail) {
             return Index + 1 == Want.size();
         }
-        const bool Any = Want[Index] == ".." || Want[Index] == AnyValue;
-        if (Index >= Have.size() || !(Any || IsSameText(Have[Index], Want[Index]))) {
+        if (Index >= Have.size() || !(IsAnyByte(Want[Index]) || IsSameText(Have[Index], Want[Index]))) {
             return false;
         }
     }
@@ -113,6 +117,14 @@ void CompareRecordBytes(const std::vector<std::uint8_t>& Record, const Json& Wan
 }
 
 }  // namespace
+
+bool IsBytePattern(const std::string& Text) {
+    std::vector<std::string_view> Parts = Words(Text);
+    if (!Parts.empty() && Parts.back() == AnyTail) {
+        Parts.pop_back();
+    }
+    return std::ranges::all_of(Parts, [](std::string_view Word) { return IsByte(Word) || IsAnyByte(Word); });
+}
 
 bool MatchesScalar(const Json& Value, const std::string& Wanted) {
     if (Wanted == AnyValue) {

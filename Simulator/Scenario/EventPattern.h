@@ -33,6 +33,9 @@ struct RecordView {
 // anything.
 bool MatchesScalar(const nlohmann::ordered_json& Value, const std::string& Wanted);
 
+// Whether the text is a pattern of bytes, such as "07 .. 6F **".
+bool IsBytePattern(const std::string& Text);
+
 // What keeps the event from matching, a line a field; empty when it matches. Records: those that the journal's
 // ghes-log events name, by file.
 std::vector<std::string> Differences(const EventPattern& Pattern, const Event& Found,

@@ -154,7 +154,7 @@ void CompareKept(const Scenario& What, std::int64_t Kept, RunResult& Result) {
 }  // namespace
 
 std::string RecordFileName(std::size_t Index) {
-    return fmt::format("records/{:04}.cper", Index);
+    return fmt::format("records/{:04}.cper", Index + 1);
 }
 
 RunResult RunScenario(const Scenario& What) {

@@ -35,7 +35,7 @@ struct RunResult {
 // a failed assertion) is a miss. Throws ScenarioError for a step that the machine cannot do.
 RunResult RunScenario(const Scenario& What);
 
-// How journals and --out name the record that entered GHES as number Index, from 0: "records/0000.cper".
+// How journals and --out name the record that entered GHES as number Index, from 0: "records/0001.cper" is the first.
 std::string RecordFileName(std::size_t Index);
 
 }  // namespace Simulator

@@ -19,6 +19,23 @@ std::string ReadName(const YamlValue& Value) {
     return Name;
 }
 
+const EventKind& FindKind(const YamlValue& Key) {
+    std::vector<std::string_view> Names;
+    for (const EventKind& Kind : EventKinds()) {
+        Names.push_back(Kind.Name);
+    }
+    return EventKinds()[FindKey(Key, Names)];
+}
+
+void CheckBytePattern(const YamlValue& Value) {
+    if (!IsBytePattern(Value.Text())) {
+        Value.Refuse(
+            fmt::format("\"{}\" are no bytes; write two hexadecimal digits a byte, .. for any byte, and ** at "
+                        "the end for any bytes that follow",
+                        Value.Text()));
+    }
+}
+
 std::vector<EventPattern> ReadPatterns(const YamlValue& Value) {
     std::vector<EventPattern> Patterns;
     for (const YamlValue& Item : Value.List()) {
@@ -42,12 +59,8 @@ std::vector<CountExpectation> ReadCounts(const YamlValue& Value) {
         }
         return Counts;
     }
-    std::vector<std::string_view> Names;
-    for (const EventKind& Kind : EventKinds()) {
-        Names.push_back(Kind.Name);
-    }
     for (const auto& [Key, Times] : Value.Map()) {
-        FindKey(Key, Names);
+        FindKind(Key);
         Counts.push_back({{Key.Text(), nlohmann::ordered_json::object(), Key.Where()}, Times.Number()});
     }
     return Counts;
@@ -75,15 +88,21 @@ constexpr YamlKey<ScenarioDraft> ScenarioKeys[] = {
 
 EventPattern ReadPattern(const YamlValue& Value) {
     const auto [Key, Fields] = Value.Single("sel: {bytes: 07 3C 6F AC 01 05}");
-    std::vector<std::string_view> Names;
-    for (const EventKind& Kind : EventKinds()) {
-        Names.push_back(Kind.Name);
-    }
-    const EventKind& Kind = EventKinds()[FindKey(Key, Names)];
+    const EventKind& Kind = FindKind(Key);
     std::vector<std::string_view> Known(Kind.Fields.begin(), Kind.Fields.end());
     Known.insert(Known.end(), {"step", "time"});
-    for (const auto& Field : Fields.Map()) {
-        FindKey(Field.first, Known);
+    for (const auto& [Name, Field] : Fields.Map()) {
+        if (!Kind.HasArguments) {
+            FindKey(Name, Known);
+        }
+        if (Name.Text() == "bytes" || Name.Text() == "codes") {
+            CheckBytePattern(Field);
+        } else if (Name.Text() == "record-bytes") {
+            for (const auto& [Offset, Bytes] : Field.Map()) {
+                Offset.Number();
+                CheckBytePattern(Bytes);
+            }
+        }
     }
     return {Key.Text(), Fields.Tree(), Key.Where()};
 }
