@@ -36,19 +36,22 @@ struct Configuration {
     unsigned ChannelsPerSocket = 12;
     unsigned DimmsPerChannel = 2;
     unsigned RootComplexesPerSocket = 4;
+    unsigned PciSegments = 1;  // 2: the second socket's root complexes lie in segment 1
     std::string Clock = "2026-11-24 12:00:00";
-    bool ClockUpdateStuck = false;  // update-in-progress never clears
-    bool ClockBatteryDead = false;  // valid RAM and time clear
+    bool ClockUpdateStuck = false;              // update-in-progress never clears
+    bool ClockBatteryDead = false;              // valid RAM and time clear
     std::map<std::string, std::uint64_t> Apei;  // fields of the platform APEI data, by name, over the defaults
     std::map<std::string, std::string> Attributes;
     std::map<std::uint64_t, std::uint64_t> Pcd;  // token to value
     unsigned ManufacturingMode = 0;
     bool ApeiOsLoaded = true;
+    bool ApeiOsAcknowledges = true;  // a loaded OS lets go of the records that it has read
     std::optional<std::vector<OemThresholdEntry>> OemThresholdMap;
-    std::set<std::string> Missing;  // protocols that are not installed, by GUID name (gFoo...Guid)
+    std::set<std::string> Missing;           // protocols that are not installed, by GUID name (gFoo...Guid)
     std::map<std::string, Failure> Failing;  // service members, by name
-    std::set<unsigned> SilentProcessors;  // never answer when a procedure is sent to them
-    std::uint64_t FailAllocation = 0;  // the n-th pool allocation fails, counted from boot; 0: none
+    std::set<unsigned> SilentProcessors;     // never answer when a procedure is sent to them
+    std::uint64_t FailAllocation = 0;        // the n-th pool allocation fails, counted from boot; 0: none
+    bool CheckPool = true;                   // guard bytes and fill patterns; off for benchmarks
     std::uint64_t TraceLevels = 0x80000000 | 0x1 | 0x40 | 0x400000;
 };
 

@@ -5,51 +5,28 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Simulator/Configuration.h"
+#include "Simulator/Firmware/Pool.h"
 #include "Simulator/Journal/Journal.h"
+#include "Simulator/Machine/AccessStatistics.h"
+#include "Simulator/Machine/Fault.h"
+#include "Simulator/Machine/MachineCheck.h"
 
 namespace Simulator {
 
 class Machine;
 class Firmware;
 
-// Registers of one bank as an error leaves them; what is not given is made by the hardware's rules.
-struct MachineCheck {
-    unsigned Processor = 0;
-    unsigned Bank = 0;
-    std::uint64_t Status = 0;
-    std::optional<std::uint64_t> Addr, Misc0, Misc1, Config, Ipid, Synd, Synd1, Synd2, DeStat, DeAddr;
-    std::optional<std::uint64_t> Ip;  // instruction pointer; makes MCG_STATUS say that it is valid
-    std::string FruText;
-};
-
-// Everything a run can be asked about allocated memory at the end of an SMI or of the run.
-struct PoolStatistics {
-    std::uint64_t LiveBlocks = 0;
-    std::uint64_t LiveBytes = 0;
-    std::uint64_t Allocations = 0;  // since boot
-    std::uint64_t Frees = 0;
-    std::uint64_t PeakBytes = 0;
-};
-
-// Hardware accesses made by the driver since the last reset of the counters.
-struct AccessStatistics {
-    std::uint64_t MsrReads = 0, MsrWrites = 0, PciReads = 0, PciWrites = 0, SmnReads = 0, SmnWrites = 0;
-    std::uint64_t MmioReads = 0, MmioWrites = 0, IoReads = 0, IoWrites = 0, Cpuids = 0;
-};
-
-// A GHES record as the OS finds it.
-struct GhesRecord {
-    std::uint32_t Severity = 0;
-    std::vector<std::uint8_t> Cper;
-};
-
+// What the driver does to memory or hardware that no machine could answer ends the operation during which it
+// happened: Fault is thrown once the driver's code has returned.
 class Simulation {
  public:
+    // Throws std::invalid_argument for a configuration that is no machine or names what does not exist.
     explicit Simulation(Configuration Settings);
     ~Simulation();
     Simulation(const Simulation&) = delete;
@@ -62,7 +39,8 @@ class Simulation {
     // An error happens in hardware: the bank logs it by its rules, counters count, sources become pending. With
     // platform-first handling off, or where the bank is not the firmware's, the OS is told at once.
     void InjectMachineCheck(const MachineCheck& Error);
-    // Enters SMM for what is pending. Kind "machine-check" issues the machine-check software SMI.
+    // Enters SMM for what is pending. Kinds: "machine-check" issues the IO cycle that the machine-check SMI was
+    // given; "software-0xNN" is a software SMI of the OS; "root-complex" runs the root complexes' handlers.
     // Throws std::invalid_argument for a kind that the machine does not have.
     void RaiseSmi(std::string_view Kind);
     void Wait(std::uint64_t Microseconds);
@@ -88,12 +66,14 @@ class Simulation {
 
     Journal& Events();
     const Configuration& Settings() const;
-    std::uint64_t Now() const;  // virtual microseconds since power-on
-    std::string TraceLog() const;  // serial output
-    std::vector<std::uint8_t> SelRaw() const;  // standard 16-byte SEL records
+    std::uint64_t Now() const;                                     // virtual microseconds since power-on
+    std::string TraceLog() const;                                  // serial output
+    std::vector<std::uint8_t> SelRaw() const;                      // standard 16-byte SEL records
     std::vector<std::vector<std::uint8_t>> LoggedRecords() const;  // every record that entered GHES, in order
     std::vector<std::uint8_t> GhesStatusBlock() const;  // the generic error status block as an OS would find it
     PoolStatistics Pool() const;
+    // Blocks that were allocated during the last SMI and outlived it, in order; at boot before the first one.
+    std::vector<PoolBlock> BlocksLeftByLastSmi() const;
     AccessStatistics Accesses() const;
     void ResetAccesses();
     std::uint64_t ReadMsrRaw(unsigned Processor, std::uint32_t Msr) const;  // past cloak and traps

@@ -11,7 +11,7 @@ namespace Simulator {
 
 struct Event {
     std::string Kind;
-    int Step = -1;  // index of the scenario's step; -1 at boot
+    int Step = -1;           // index of the scenario's step; -1 at boot
     std::uint64_t Time = 0;  // virtual microseconds
     nlohmann::ordered_json Fields;
 };
@@ -23,7 +23,7 @@ std::string HexBytes(const void* Data, std::size_t Size);
 
 class Journal {
  public:
-    // Events of kinds that are switched off are counted but not kept; all kinds start switched on.
+    // While recording is off nothing is kept; whoever adds events asks first and spares making their fields.
     void SetRecording(bool On) {
         Recording = On;
     }

@@ -1,0 +1,21 @@
+// Names of GUIDs and statuses, as people write them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Base.h"
+
+namespace Simulator {
+
+// "gFoo...Guid" for a GUID that the driver knows, else its canonical text.
+std::string GuidName(const EFI_GUID& Guid);
+// nullptr for a name that is none.
+const EFI_GUID* FindGuid(std::string_view Name);
+
+// "EFI_NOT_FOUND"; a number for a status without a name.
+std::string StatusName(EFI_STATUS Status);
+std::optional<EFI_STATUS> FindStatus(std::string_view Name);
+
+}  // namespace Simulator

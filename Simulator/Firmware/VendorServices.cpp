@@ -1,0 +1,123 @@
+// The platform vendor's smaller services: setup attributes, manufacturing mode, DIMM slots, repair, PCI slots.
+#include <cstring>
+#include <string>
+
+#include "Include/Cper.h"
+#include "Platform/Guids.h"
+#include "Simulator/Firmware/Firmware.h"
+#include "Simulator/Firmware/ServiceTables.h"
+
+namespace Simulator {
+
+namespace {
+
+// The value with its terminating NUL, as the attribute store keeps it.
+EFI_STATUS GetAttribute(const EFI_GUID* VendorGuid, const CHAR16* Name, UINTN* DataSize, void* Data) {
+    if (VendorGuid == nullptr || Name == nullptr || DataSize == nullptr || (*DataSize != 0 && Data == nullptr)) {
+        return EFI_INVALID_PARAMETER;
+    }
+    if (!IsGuidEqual(*VendorGuid, gVornAttributeVendorGuid)) {
+        return EFI_NOT_FOUND;
+    }
+    const std::u16string_view Wanted = Name;
+    for (const auto& [Key, Value] : Firmware::Current().Settings.Attributes) {
+        if (std::u16string(Key.begin(), Key.end()) != Wanted) {
+            continue;
+        }
+        const std::u16string Text(Value.begin(), Value.end());
+        const UINTN Needed = (Text.size() + 1) * sizeof(CHAR16);
+        const bool Fits = *DataSize >= Needed;
+        *DataSize = Needed;
+        if (!Fits) {
+            return EFI_BUFFER_TOO_SMALL;
+        }
+        std::memcpy(Data, Text.c_str(), Needed);
+        return EFI_SUCCESS;
+    }
+    return EFI_NOT_FOUND;
+}
+
+constexpr auto NOT_ON_THIS_MACHINE = [] { return EFI_UNSUPPORTED; };
+
+}  // namespace
+
+VORN_ATTRIBUTE_SMM_PROTOCOL* AttributeTable() {
+    static VORN_ATTRIBUTE_SMM_PROTOCOL Table{
+        nullptr,
+        [](const VORN_ATTRIBUTE_SMM_PROTOCOL*, const EFI_GUID* VendorGuid, const CHAR16* Name, UINT32* Attributes,
+           UINTN* DataSize, void* Data) {
+            return Serve(Member::GetAttributeValue, [&] {
+                if (Attributes != nullptr) {
+                    *Attributes = 0;
+                }
+                return GetAttribute(VendorGuid, Name, DataSize, Data);
+            });
+        },
+    };
+    return &Table;
+}
+
+VORN_MANUFACTURING_MODE_PROTOCOL* ManufacturingModeTable() {
+    static VORN_MANUFACTURING_MODE_PROTOCOL Table{
+        nullptr,
+        nullptr,
+        [](const VORN_MANUFACTURING_MODE_PROTOCOL*) -> UINT32 {
+            Firmware& Here = Firmware::Current();
+            return Here.Faults.OnCall(Member::GetMfgModeType) ? 0 : Here.Settings.ManufacturingMode;
+        },
+    };
+    return &Table;
+}
+
+VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterfaceTable() {
+    static VORN_MEMORY_INTERFACE_SMM_PROTOCOL Table{
+        nullptr,
+        [](VORN_MEMORY_ARRAY** MemoryArray) {
+            return Serve(Member::GetMemoryArrayPtr, [&] {
+                if (MemoryArray == nullptr) {
+                    return EFI_INVALID_PARAMETER;
+                }
+                *MemoryArray = &Firmware::Current().Data.MemoryArray;
+                return EFI_SUCCESS;
+            });
+        },
+        [](UINT8 DimmIndex, VORN_MEMORY_SLOT_INFO** SlotInfo) {
+            return Serve(Member::GetSlotInfoPtr, [&] {
+                auto& Slots = Firmware::Current().Data.SlotInfo;
+                if (SlotInfo == nullptr || DimmIndex >= Slots.size()) {
+                    return EFI_INVALID_PARAMETER;
+                }
+                *SlotInfo = &Slots[DimmIndex];
+                return EFI_SUCCESS;
+            });
+        },
+    };
+    return &Table;
+}
+
+VORN_KYR_MEMORY_PPR_SMM_PROTOCOL* MemoryPprTable() {
+    static VORN_KYR_MEMORY_PPR_SMM_PROTOCOL Table{
+        [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN*) {
+            return Serve(Member::KyrPostPackageRepairSupported, NOT_ON_THIS_MACHINE);
+        },
+        [](const KYR_CHIPSET_SUPPORT_DATA*, UINT16, BOOLEAN, const RB_BUS_MAP*, BOOLEAN*) {
+            return Serve(Member::VornPostPackageCreateEntry, NOT_ON_THIS_MACHINE);
+        },
+        [] { return Serve(Member::VornPostPackageRepairUpdateToUefiVariable, NOT_ON_THIS_MACHINE); },
+        [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN*, UINT16, UINT8*, UINT8*, BOOLEAN, UINT32*, void*, void*, UINT8*,
+           UINT32*, void*) { return Serve(Member::VornRuntimePPRHandler, NOT_ON_THIS_MACHINE); },
+    };
+    return &Table;
+}
+
+// No slot holds a card on this machine.
+VORN_PCI_SLOT_DATA_SMM_PROTOCOL* PciSlotDataTable() {
+    static VORN_PCI_SLOT_DATA_SMM_PROTOCOL Table{
+        [](UINT8, UINT8, UINT8, UINT8, PCI_SLOT_NUMBER_DATA*) {
+            return Serve(Member::GetSlotNumberData, [] { return EFI_NOT_FOUND; });
+        },
+    };
+    return &Table;
+}
+
+}  // namespace Simulator
