@@ -33,6 +33,12 @@ namespace McaAddr {
 using LSB = Field<UINT64, 61, 56>;
 using ErrorAddr = Field<UINT64, 55, 0>;
 static_assert(FieldsDisjoint<LSB, ErrorAddr>());
+
+// ErrorAddr of a memory controller's bank that holds a DRAM address.
+using DramBankGroup = Field<UINT64, 22, 20>;
+using DramBankAddress = Field<UINT64, 19, 18>;
+using DramRow = Field<UINT64, 17, 0>;
+static_assert(FieldsDisjoint<DramBankGroup, DramBankAddress, DramRow>());
 }  // namespace McaAddr
 
 // MCA_MISC0 and MCA_MISC1.
@@ -95,6 +101,17 @@ using SubChannel = Field<UINT64, 3>;
 using ChipSelect = Field<UINT64, 2, 0>;
 using Dimm = Field<UINT64, 2, 1>;
 }  // namespace McaSynd
+
+// ErrorCodeExt of a memory controller's bank.
+namespace UmcErrorCodeExt {
+inline constexpr UINT64 DRAM_ECC = 0;      // the bank holds a normalized address
+inline constexpr UINT64 DRAM_ADDRESS = 8;  // the bank holds a DRAM address
+
+// An error of the transfer to or from DRAM, not of a cell.
+constexpr bool IsBusParity(UINT64 ErrorCodeExt) {
+    return ErrorCodeExt == 4 || ErrorCodeExt == 5;
+}
+}  // namespace UmcErrorCodeExt
 
 // A bank's registers, by their place in its block of 16 MSRs.
 enum McaRegister : UINT32 {

@@ -3,6 +3,11 @@
 
 #include "Include/Layout.h"
 
+inline constexpr UINT8 MAX_SOCKETS = 2;
+inline constexpr UINT8 MAX_UMC_CHANNELS = 12;  // of a socket
+inline constexpr UINT8 MAX_DIMMS_PER_CHANNEL = 2;
+inline constexpr UINT16 MAX_DIMM_SLOTS = MAX_SOCKETS * MAX_UMC_CHANNELS * MAX_DIMMS_PER_CHANNEL;
+
 struct DIMM_MAP_ENTRY {
     UINT8 Socket;
     UINT8 UmcChannel;
