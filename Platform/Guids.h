@@ -1,4 +1,4 @@
-// Every GUID that the driver looks services up by. Chosen here once; the second and third group are
+// Every GUID that the driver looks services up by. Chosen here once; the last group holds
 // platform constants: a firmware team puts its own values in.
 #pragma once
 
@@ -25,6 +25,10 @@ inline constexpr EFI_GUID gVornSmbiosType16HandleToSmramGuid{
     0xBC35DC21, 0x8BE0, 0x4FF0, {0xB1, 0xFE, 0x8E, 0x11, 0x2C, 0x24, 0x41, 0x35}};
 inline constexpr EFI_GUID gVornSmbiosType17HandleToSmramGuid{
     0xAA84D12F, 0xCC6D, 0x4CA7, {0xAE, 0x26, 0x04, 0x12, 0x79, 0x62, 0xCC, 0x81}};
+
+// Given by the silicon maker.
+inline constexpr EFI_GUID gKyrRuntimePprServiceSmmProtocolGuid{
+    0x8C6D7600, 0x71BA, 0x4810, {0xBB, 0x0D, 0xD7, 0xA4, 0x0A, 0xC0, 0x9C, 0xA4}};
 
 // Platform constants.
 inline constexpr EFI_GUID gEfiSmmCpuServiceProtocolGuid{
@@ -71,3 +75,5 @@ inline constexpr EFI_GUID gVornPciSlotDataSmmProtocolGuid{
     0xD60A869B, 0x4927, 0x5E20, {0xBD, 0xE8, 0x53, 0xAF, 0xCD, 0xC7, 0x63, 0x59}};
 inline constexpr EFI_GUID gVornRasDxeSmiStormScalingDataHoistToSmram{
     0x15AEBDB8, 0xE8C2, 0x5EB5, {0x8C, 0x31, 0xB0, 0x7F, 0x5F, 0x53, 0x8E, 0xB3}};
+inline constexpr EFI_GUID gKyrJrvRasOemSmmProtocolGuid{
+    0xEE7BE013, 0x7BEE, 0x4C8E, {0xB6, 0xCA, 0x7C, 0x7E, 0x4F, 0xC8, 0xE6, 0x04}};

@@ -66,6 +66,11 @@ using EFI_SMM_HANDLER_ENTRY_POINT2 = EFI_STATUS (*)(EFI_HANDLE DispatchHandle, c
 using EFI_SMM_NOTIFY_FN = EFI_STATUS (*)(const EFI_GUID* Protocol, void* Interface, EFI_HANDLE Handle);
 using EFI_AP_PROCEDURE = void (*)(void* Argument);
 
+enum class EFI_LOCATE_SEARCH_TYPE : UINT32 { AllHandles = 0, ByRegisterNotify = 1, ByProtocol = 2 };
+using enum EFI_LOCATE_SEARCH_TYPE;
+
+inline constexpr UINT32 EFI_NATIVE_INTERFACE = 0;
+
 struct EFI_SMM_SYSTEM_TABLE2 {
     EFI_TABLE_HEADER Hdr;
     CHAR16* SmmFirmwareVendor;
@@ -84,24 +89,31 @@ struct EFI_SMM_SYSTEM_TABLE2 {
     void** CpuSaveState;
     UINTN NumberOfTableEntries;
     void* SmmConfigurationTable;
-    EFI_STATUS (*SmmInstallProtocolInterface)
+    EFI_STATUS(*SmmInstallProtocolInterface)
     (EFI_HANDLE* Handle, const EFI_GUID* Protocol, UINT32 InterfaceType, void* Interface);
     EFI_STATUS (*SmmUninstallProtocolInterface)(EFI_HANDLE Handle, const EFI_GUID* Protocol, void* Interface);
-    void* SmmHandleProtocol;
+    // The handle's instance of the protocol. EFI_UNSUPPORTED when the handle has none.
+    EFI_STATUS (*SmmHandleProtocol)(EFI_HANDLE Handle, const EFI_GUID* Protocol, void** Interface);
     // Function NULL with a Registration made before takes that registration back.
-    EFI_STATUS (*SmmRegisterProtocolNotify)
+    EFI_STATUS(*SmmRegisterProtocolNotify)
     (const EFI_GUID* Protocol, EFI_SMM_NOTIFY_FN Function, void** Registration);
-    void* SmmLocateHandle;
+    // Every handle that the search finds. BufferSize in bytes, in and out: EFI_BUFFER_TOO_SMALL with the size that
+    // is needed. EFI_NOT_FOUND when there is none.
+    EFI_STATUS(*SmmLocateHandle)
+    (EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_GUID* Protocol, void* SearchKey, UINTN* BufferSize,
+     EFI_HANDLE* Buffer);
     EFI_STATUS (*SmmLocateProtocol)(const EFI_GUID* Protocol, void* Registration, void** Interface);
     void* SmiManage;
-    EFI_STATUS (*SmiHandlerRegister)
+    EFI_STATUS(*SmiHandlerRegister)
     (EFI_SMM_HANDLER_ENTRY_POINT2 Handler, const EFI_GUID* HandlerType, EFI_HANDLE* DispatchHandle);
     EFI_STATUS (*SmiHandlerUnRegister)(EFI_HANDLE DispatchHandle);
 };
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmAllocatePool) == 0x50);
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmStartupThisAp) == 0x70);
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, NumberOfCpus) == 0x80);
+static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmHandleProtocol) == 0xB8);
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmRegisterProtocolNotify) == 0xC0);
+static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmLocateHandle) == 0xC8);
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmmLocateProtocol) == 0xD0);
 static_assert(offsetof(EFI_SMM_SYSTEM_TABLE2, SmiHandlerRegister) == 0xE0);
 static_assert(sizeof(EFI_SMM_SYSTEM_TABLE2) == 0xF0);
