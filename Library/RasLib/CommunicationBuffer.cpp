@@ -78,6 +78,24 @@ BOOLEAN SmmIsBufferOutsideSmmValid(UINT64 Buffer, UINT64 Length) {
     return TRUE;
 }
 
+bool IsCommunicationBufferValid(const void* CommBuffer, const UINTN* CommBufferSize, UINTN Bytes,
+                                const CHAR8* Caller) {
+    if (CommBuffer == nullptr || CommBufferSize == nullptr) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR one or more input parameters are NULL, aborting...\n");
+        return false;
+    }
+    const UINTN Size = *CommBufferSize;
+    if (Size == 0 || Size < Bytes) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR communication buffer size 0x%lx < 0x%lx, aborting...\n", Size, Bytes);
+        return false;
+    }
+    if (!SmmIsBufferOutsideSmmValid(reinterpret_cast<UINT64>(CommBuffer), Size)) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR communication buffer not valid, aborting...\n");
+        return false;
+    }
+    return true;
+}
+
 EFI_STATUS VornReadSmmSecurityMitigationSetting(const EFI_GUID*, void*, EFI_HANDLE) {
     VornSmmSecurityMitigationEnabled = FALSE;
     void* Interface = nullptr;

@@ -17,6 +17,12 @@ EFI_STATUS SmmMemLibDestructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemT
 // VornSmmSecurityMitigationEnabled, lie wholly inside one valid communication region.
 BOOLEAN SmmIsBufferOutsideSmmValid(UINT64 Buffer, UINT64 Length);
 
+// Whether an SMI handler may read Bytes bytes of its communication buffer: neither pointer is NULL, the buffer holds
+// that many and lies wholly, *CommBufferSize bytes of it, where SmmIsBufferOutsideSmmValid allows it. A refusal is
+// traced in the name of Caller.
+bool IsCommunicationBufferValid(const void* CommBuffer, const UINTN* CommBufferSize, UINTN Bytes,
+                                const CHAR8* Caller = __builtin_FUNCTION());
+
 // Notified at the end of DXE: sets VornSmmSecurityMitigationEnabled from the setup attribute
 // "SmmSecurityMitigation", FALSE when that cannot be read. The status of the read.
 EFI_STATUS VornReadSmmSecurityMitigationSetting(const EFI_GUID* Protocol, void* Interface, EFI_HANDLE Handle);

@@ -35,6 +35,15 @@ constexpr bool SameText(const CHAR16* Left, const CHAR16* Right) {
     return *Left == *Right;
 }
 
+// True when Text equals Field, a C string of at most FieldMax characters that need not be terminated.
+constexpr bool SameText(const CHAR8* Text, const CHAR8* Field, UINTN FieldMax) {
+    UINTN At = 0;
+    while (At < FieldMax && Text[At] != 0 && Text[At] == Field[At]) {
+        At++;
+    }
+    return Text[At] == (At < FieldMax ? Field[At] : CHAR8{0});
+}
+
 // Copies Source, a C string of at most SourceMax characters that need not be terminated, into a field of Size
 // bytes. What does not fit is cut; the field always ends in a NUL and its rest is zeroed. Size 0 copies nothing.
 constexpr void CopyTextCut(CHAR8* Destination, UINTN Size, const CHAR8* Source, UINTN SourceMax) {
@@ -60,5 +69,23 @@ constexpr EFI_STATUS CopyText(CHAR8* Destination, UINTN Size, const CHAR8* Sourc
     for (UINTN At = 0; At <= Length; At++) {
         Destination[At] = Source[At];
     }
+    return EFI_SUCCESS;
+}
+
+// Appends Source to the text in a buffer of Size bytes; what does not fit is cut, the NUL is not.
+// EFI_INVALID_PARAMETER for a NULL pointer or a buffer without a NUL; EFI_BUFFER_TOO_SMALL when not even the first
+// character fits; EFI_SUCCESS.
+constexpr EFI_STATUS AppendTextCut(CHAR8* Destination, UINTN Size, const CHAR8* Source) {
+    if (Destination == nullptr || Source == nullptr) {
+        return EFI_INVALID_PARAMETER;
+    }
+    const UINTN Length = TextLength(Destination, Size);
+    if (Length == Size) {
+        return EFI_INVALID_PARAMETER;
+    }
+    if (Size - Length == 1 && Source[0] != 0) {
+        return EFI_BUFFER_TOO_SMALL;
+    }
+    CopyTextCut(Destination + Length, Size - Length, Source, SIZE_MAX);
     return EFI_SUCCESS;
 }

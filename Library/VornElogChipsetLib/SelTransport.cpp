@@ -1,6 +1,6 @@
 #include "Library/VornElogChipsetLib/SelTransport.h"
 
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/OperatingModes.h"
 #include "Platform/Guids.h"
@@ -8,25 +8,12 @@
 
 KYR_STATE VORN_ELOG_IPMI_PRIVATE_DATA mPrivateDataVornElogIpmi = {};
 
-namespace {
-
-// *Interface is NULL after a failure, whatever the services left there. An interface that is NULL counts as none.
-template <class Protocol>
-EFI_STATUS Locate(const EFI_GUID& Guid, Protocol** Interface) {
-    void* Found = nullptr;
-    const EFI_STATUS Status = gSmst->SmmLocateProtocol(&Guid, nullptr, &Found);
-    *Interface = EFI_ERROR(Status) ? nullptr : static_cast<Protocol*>(Found);
-    return !EFI_ERROR(Status) && Found == nullptr ? EFI_NOT_FOUND : Status;
-}
-
-}  // namespace
-
 EFI_STATUS VornELogIpmiLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     VORN_ELOG_IPMI_PRIVATE_DATA& Data = mPrivateDataVornElogIpmi;
     VornElogGetSerialDebugLevels(&Data.SerDbgLevelConstructor, &Data.SerDbgLevel, &Data.SerDbgLevelDetailed);
 
     VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterface = nullptr;
-    EFI_STATUS Status = Locate(gVornMemoryInterfaceMemorySmmProtocolGuid, &MemoryInterface);
+    EFI_STATUS Status = LocateSmmProtocol(gVornMemoryInterfaceMemorySmmProtocolGuid, &MemoryInterface);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR,
               "%a: ERROR: Unable to retrieve gVornMemoryInterfaceMemorySmmProtocolGuid %g, aborting...\n",
@@ -58,7 +45,7 @@ void ElogBmcData(const ELOG_SEL_DATA* pSelRecord) {
     }
     VORN_ELOG_IPMI_PRIVATE_DATA& Data = mPrivateDataVornElogIpmi;
     if (Data.pVornElogIpmiProtocol == nullptr) {
-        const EFI_STATUS Status = Locate(gVornElogIpmiSmmProtocolGuid, &Data.pVornElogIpmiProtocol);
+        const EFI_STATUS Status = LocateSmmProtocol(gVornElogIpmiSmmProtocolGuid, &Data.pVornElogIpmiProtocol);
         if (EFI_ERROR(Status)) {
             Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornElogIpmiSmmProtocolGuid %g, aborting...\n",
                   Status, &gVornElogIpmiSmmProtocolGuid);
@@ -102,13 +89,13 @@ EFI_STATUS TransmitStoredRecords(UINT8 Count, const ELOG_SEL_DATA* pSel, const C
 
 EFI_STATUS ElogSendSelLog() {
     VORN_ELOG_IPMI_PRIVATE_DATA& Data = mPrivateDataVornElogIpmi;
-    EFI_STATUS Status = Locate(gVornSmmSelRecordProtocolGuid, &Data.pVornSelRecordProtocol);
+    EFI_STATUS Status = LocateSmmProtocol(gVornSmmSelRecordProtocolGuid, &Data.pVornSelRecordProtocol);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornSmmSelRecordProtocolGuid %g, aborting...\n", Status,
               &gVornSmmSelRecordProtocolGuid);
         return Status;
     }
-    Status = Locate(gVornSmmIpmiSelSupportProtocolGuid, &Data.pVornIpmiSelSupportProtocol);
+    Status = LocateSmmProtocol(gVornSmmIpmiSelSupportProtocolGuid, &Data.pVornIpmiSelSupportProtocol);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornSmmIpmiSelSupportProtocolGuid %g, aborting...\n",
               Status, &gVornSmmIpmiSelSupportProtocolGuid);

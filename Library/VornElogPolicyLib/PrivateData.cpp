@@ -13,23 +13,6 @@ static constexpr UINT32 HW_THRESHOLD_DIVISOR = 32;
 // The counter raises its SMI when it passes this value.
 static constexpr UINT16 ECC_ERR_CNT_MAX = 0xFFFF;
 
-bool VornElogSmmIsDimmPlace(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const CHAR8* Caller) {
-    if (Socket >= MAX_SOCKETS) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR Socket %d >= Max %d, aborting...\n", Socket, MAX_SOCKETS);
-        return false;
-    }
-    if (UmcChannel >= MAX_UMC_CHANNELS) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR UmcChannel %d >= Max %d, aborting...\n", UmcChannel,
-                MAX_UMC_CHANNELS);
-        return false;
-    }
-    if (Dimm >= MAX_DIMMS_PER_CHANNEL) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR Dimm %d >= Max %d, aborting...\n", Dimm, MAX_DIMMS_PER_CHANNEL);
-        return false;
-    }
-    return true;
-}
-
 EFI_STATUS VornElogGetPrivateData(VORN_ELOG_POLICY_PRIVATE_DATA** ppPrivateData) {
     if (ppPrivateData == nullptr) {
         Trace(DEBUG_ERROR, "%a: ERROR ppPrivateData == NULL, aborting...\n");

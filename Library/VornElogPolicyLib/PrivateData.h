@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Include/PolicyPrivateData.h"
+#include "Library/VornElogChipsetLib/DimmLocation.h"
 
 // Made by the constructor, never freed. Buffer, queue and protocol pointers may be NULL: whoever uses one tests it.
 extern VORN_ELOG_POLICY_PRIVATE_DATA mPrivateDataVornElogPolicyLib;
@@ -9,10 +10,6 @@ extern VORN_ELOG_POLICY_PRIVATE_DATA mPrivateDataVornElogPolicyLib;
 // Stores the address of the private data.
 // EFI_INVALID_PARAMETER: ppPrivateData is NULL.
 EFI_STATUS VornElogGetPrivateData(VORN_ELOG_POLICY_PRIVATE_DATA** ppPrivateData);
-
-// Whether the machine can have a DIMM there; traced, in the name of Caller, where it cannot.
-// Socket, UmcChannel (of the socket), Dimm (of the channel): from 0.
-bool VornElogSmmIsDimmPlace(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const CHAR8* Caller = __builtin_FUNCTION());
 
 // TRUE when the DIMM slot is present and enabled. FALSE for a place that the machine cannot have.
 // Level: debug level of the trace.

@@ -36,24 +36,6 @@ EFI_STATUS VornElogSmmUnregisterPostErrorsHandler() {
     return mPostErrorsHandle == nullptr ? EFI_SUCCESS : Unregister(mPostErrorsHandle);
 }
 
-static bool IsCommunicationBufferValid(const void* CommBuffer, const UINTN* CommBufferSize, const CHAR8* Caller) {
-    if (CommBuffer == nullptr || CommBufferSize == nullptr) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR one or more input parameters are NULL, aborting...\n");
-        return false;
-    }
-    const UINTN Size = *CommBufferSize;
-    if (Size <= MESSAGE_CODE_AREA_OFFSET) {
-        TraceAs(Caller, DEBUG_ERROR,
-                "%a: ERROR communication buffer size 0x%lx holds no message codes, aborting...\n", Size);
-        return false;
-    }
-    if (!SmmIsBufferOutsideSmmValid(reinterpret_cast<UINT64>(CommBuffer), Size)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR communication buffer not valid, aborting...\n");
-        return false;
-    }
-    return true;
-}
-
 // Tells SEL and BMC of the errors that wait; EFI_NOT_FOUND when there are none.
 static EFI_STATUS ForwardErrors(const VORN_ELOG_IPMI_SMM_PROTOCOL& Ipmi, UINT16 BmcErrorCount, const CHAR8* Caller) {
     if (BmcErrorCount == 0) {
@@ -70,7 +52,7 @@ static EFI_STATUS ForwardErrors(const VORN_ELOG_IPMI_SMM_PROTOCOL& Ipmi, UINT16 
 
 EFI_STATUS VornElogSmmProcessPostErrors(EFI_HANDLE DispatchHandle, const void*, void* CommBuffer,
                                         UINTN* CommBufferSize) {
-    if (!IsCommunicationBufferValid(CommBuffer, CommBufferSize, __func__)) {
+    if (!IsCommunicationBufferValid(CommBuffer, CommBufferSize, MESSAGE_CODE_AREA_OFFSET + 1)) {
         return EFI_INVALID_PARAMETER;
     }
     void* Interface = nullptr;
