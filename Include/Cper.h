@@ -257,6 +257,14 @@ inline constexpr UINT64 ERR_PARITY = 0x16;
 inline constexpr UINT64 ERR_POISONED = 0x1A;
 }  // namespace CperErrorStatus
 
+// MemoryErrorType of a memory section.
+namespace CperMemoryErrorType {
+inline constexpr UINT8 UNKNOWN = 0;
+inline constexpr UINT8 SINGLE_BIT_ECC = 2;
+inline constexpr UINT8 MULTI_BIT_ECC = 3;
+inline constexpr UINT8 PARITY = 8;
+}  // namespace CperMemoryErrorType
+
 // Notification types.
 inline constexpr EFI_GUID gCperNotifyCorrectedMachineCheckGuid{
     0x2DCE8BB1, 0xBDD7, 0x450E, {0xB9, 0xAD, 0x9C, 0xF4, 0xEB, 0xD4, 0xF8, 0x90}};

@@ -4,6 +4,7 @@
 #include "Include/Field.h"
 
 enum UMC_REGISTER : UINT32 {
+    UMC_ADDRESS_CONFIG = 0x40,  // address configuration of chip select 0; one register of 4 bytes for each
     UMC_DRAM_SCRUB_CTRL = 0x174,
     UMC_DRAM_SCRUB_ADDR_LO = 0x180,  // address of the patrol scrubber in bytes, low half
     UMC_DRAM_SCRUB_ADDR_HI = 0x184,  // high half
@@ -21,6 +22,12 @@ constexpr UINT32 UmcSmnAddress(UINT32 UmcChannel, UINT32 Register) {
 }
 static_assert(UmcSmnAddress(0, UMC_ECC_ERR_CNT_SEL) == 0x50D80);
 static_assert(UmcSmnAddress(11, UMC_ECC_ERR_CNT_CTRL) == 0xB50D88);
+
+namespace UmcAddressConfig {
+using BankBits = Field<UINT32, 21, 20>;     // bits of a bank's number, less 3
+using BankGroupBits = Field<UINT32, 3, 2>;  // how many of them name its group
+static_assert(FieldsDisjoint<BankBits, BankGroupBits>());
+}  // namespace UmcAddressConfig
 
 namespace EccErrCntSel {
 using SubChannel = Field<UINT32, 5>;

@@ -1,7 +1,7 @@
 #include "Library/VornCperCreateLib/ProcessorCheck.h"
 
 #include "Include/CperProcessorCheck.h"
-#include "Library/RasLib/Trace.h"
+#include "Library/RasLib/BankIndex.h"
 
 namespace {
 
@@ -140,9 +140,7 @@ EFI_STATUS CreateCheck(const CHECK_ARGUMENTS& Arguments, UINT64 (*CheckInfoOf)(U
     }
     *Arguments.pIsErrorCheckInfoValid = FALSE;
     *Arguments.pIsMachineCheckRestartable = FALSE;
-    if (Arguments.BankIndex >= MCA_BANK_ERROR_INFO_MAX) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR BankIndex %d >= Max %d, aborting...\n", Arguments.BankIndex,
-                MCA_BANK_ERROR_INFO_MAX);
+    if (!IsBankIndexInRange(Arguments.BankIndex, Caller)) {
         return EFI_INVALID_PARAMETER;
     }
     const UINT64 Status = Arguments.pRasMcaErrorInfo->McaBankErrorInfo[Arguments.BankIndex].McaStatus;

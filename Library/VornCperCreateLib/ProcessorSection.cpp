@@ -1,6 +1,7 @@
 #include "Library/VornCperCreateLib/ProcessorSection.h"
 
 #include "Include/CperProcessorCheck.h"
+#include "Library/RasLib/BankIndex.h"
 #include "Library/RasLib/Memory.h"
 #include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
@@ -10,16 +11,6 @@
 namespace {
 
 constexpr UINT16 REGISTER_CONTEXT_TYPE_MSR = 1;
-
-// Traces an index that the scan cannot hold.
-bool IsBankIndexInRange(UINT32 BankIndex, const CHAR8* Caller = __builtin_FUNCTION()) {
-    if (BankIndex < MCA_BANK_ERROR_INFO_MAX) {
-        return true;
-    }
-    TraceAs(Caller, DEBUG_ERROR, "%a: ERROR BankIndex %d >= Max %d, aborting...\n", BankIndex,
-            MCA_BANK_ERROR_INFO_MAX);
-    return false;
-}
 
 }  // namespace
 
