@@ -3,6 +3,7 @@
 #include "Include/PlatformApeiData.h"
 #include "Library/RasLib/Memory.h"
 #include "Library/RasLib/PciSegment.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/CircularBuffer.h"
 #include "Library/VornElogBaseLib/FiniteBuffer.h"
@@ -43,14 +44,11 @@ KYR_STATE static POLICY_REGISTRATIONS mRegistrations{};
 template <class Protocol>
 static EFI_STATUS LocateSmm(const EFI_GUID& Guid, Protocol** ppProtocol,
                             TraceFormat<EFI_STATUS, const EFI_GUID*> FailureText, const CHAR8* Caller) {
-    void* Interface = nullptr;
-    const EFI_STATUS Status = gSmst->SmmLocateProtocol(&Guid, nullptr, &Interface);
+    const EFI_STATUS Status = LocateSmmProtocol(Guid, ppProtocol);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR, FailureText, Status, &Guid);
-        return Status;
     }
-    *ppProtocol = static_cast<Protocol*>(Interface);
-    return EFI_SUCCESS;
+    return Status;
 }
 
 static EFI_STATUS LocateRasAcpiSmmData(const CHAR8* Caller) {
@@ -68,18 +66,6 @@ static EFI_STATUS LocateRasAcpiSmmData(const CHAR8* Caller) {
     mPrivateDataVornElogPolicyLib.pKyrRasAcpiSmmData =
         static_cast<const KYR_PLATFORM_APEI_DATA*>(Interface)->RasAcpiSmmData;
     return EFI_SUCCESS;
-}
-
-static EFI_STATUS LocateMemoryInterface(const CHAR8* Caller) {
-    constexpr TraceFormat<EFI_STATUS, const EFI_GUID*> FailureText =
-        "%a: ERROR %r locating protocol gVornMemoryInterfaceMemorySmmProtocolGuid %g, aborting...\n";
-    VORN_MEMORY_INTERFACE_SMM_PROTOCOL** ppProtocol = &mPrivateDataVornElogPolicyLib.pVornMemoryInterfaceProtocol;
-    const EFI_STATUS Status = LocateSmm(gVornMemoryInterfaceMemorySmmProtocolGuid, ppProtocol, FailureText, Caller);
-    if (!EFI_ERROR(Status) && *ppProtocol == nullptr) {
-        TraceAs(Caller, DEBUG_ERROR, FailureText, EFI_NOT_FOUND, &gVornMemoryInterfaceMemorySmmProtocolGuid);
-        return EFI_NOT_FOUND;
-    }
-    return Status;
 }
 
 // In this order; what follows a protocol that is missing is not looked for.
@@ -114,7 +100,9 @@ static EFI_STATUS LocateProtocols(const CHAR8* Caller) {
                       "%a: ERROR %r locating protocol gVornKyrMemoryPPRSmmProtocolGuid %g, aborting...\n", Caller);
     }
     if (!EFI_ERROR(Status)) {
-        Status = LocateMemoryInterface(Caller);
+        Status = LocateSmm(
+            gVornMemoryInterfaceMemorySmmProtocolGuid, &Data.pVornMemoryInterfaceProtocol,
+            "%a: ERROR %r locating protocol gVornMemoryInterfaceMemorySmmProtocolGuid %g, aborting...\n", Caller);
     }
     return Status;
 }
@@ -208,14 +196,13 @@ static void SetLimits() {
 }
 
 static EFI_STATUS RegisterDpcCheck(const CHAR8* Caller) {
-    void* Interface = nullptr;
-    EFI_STATUS Status = gSmst->SmmLocateProtocol(&gEfiSmmSwDispatch2ProtocolGuid, nullptr, &Interface);
+    const EFI_SMM_SW_DISPATCH2_PROTOCOL* pSwDispatch = nullptr;
+    EFI_STATUS Status = LocateSmmProtocol(gEfiSmmSwDispatch2ProtocolGuid, &pSwDispatch);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r locating protocol gEfiSmmSwDispatch2ProtocolGuid %g\n", Status,
                 &gEfiSmmSwDispatch2ProtocolGuid);
         return Status;
     }
-    const auto* pSwDispatch = static_cast<const EFI_SMM_SW_DISPATCH2_PROTOCOL*>(Interface);
     EFI_SMM_SW_REGISTER_CONTEXT Context{DPC_ERROR_LOG_SWSMI};
     Status = pSwDispatch->Register(pSwDispatch, VornElogSmmHandlerPcieDpcCheckDownstream, &Context,
                                    &mRegistrations.DpcCheck);

@@ -1,7 +1,7 @@
 #include "Library/VornElogPolicyLib/Notification/PostErrors.h"
 
 #include "Library/RasLib/CommunicationBuffer.h"
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogChipsetLib/SelRegisters.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
@@ -55,14 +55,14 @@ EFI_STATUS VornElogSmmProcessPostErrors(EFI_HANDLE DispatchHandle, const void*, 
     if (!IsCommunicationBufferValid(CommBuffer, CommBufferSize, MESSAGE_CODE_AREA_OFFSET + 1)) {
         return EFI_INVALID_PARAMETER;
     }
-    void* Interface = nullptr;
-    EFI_STATUS Status = gSmst->SmmLocateProtocol(&gVornElogIpmiSmmProtocolGuid, nullptr, &Interface);
+    const VORN_ELOG_IPMI_SMM_PROTOCOL* pIpmi = nullptr;
+    EFI_STATUS Status = LocateSmmProtocol(gVornElogIpmiSmmProtocolGuid, &pIpmi);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornElogIpmiSmmProtocolGuid %g, aborting...\n", Status,
               &gVornElogIpmiSmmProtocolGuid);
         return Status;
     }
-    const auto& Ipmi = *static_cast<const VORN_ELOG_IPMI_SMM_PROTOCOL*>(Interface);
+    const VORN_ELOG_IPMI_SMM_PROTOCOL& Ipmi = *pIpmi;
 
     Status = Ipmi.GetPostMessageCodes(static_cast<const UINT8*>(CommBuffer) + MESSAGE_CODE_AREA_OFFSET);
     if (EFI_ERROR(Status)) {
