@@ -6,10 +6,10 @@ namespace {
 
 using Fields = std::string_view;
 
-constexpr Fields SmiEnterFields[] = {"kind"};
+constexpr Fields SmiEnterFields[] = {"kind", "sources"};
 constexpr Fields SmiExitFields[] = {"kind", "handlers", "status"};
-constexpr Fields RegisterFields[] = {"what", "value", "guid", "context", "status"};
-constexpr Fields UnregisterFields[] = {"what", "value", "guid", "status"};
+constexpr Fields RegisterFields[] = {"what", "value", "guid", "context"};
+constexpr Fields UnregisterFields[] = {"what", "guid"};
 constexpr Fields ServiceFields[] = {"member", "status"};
 constexpr Fields WriteFields[] = {"space", "bus", "address", "width", "value", "processor"};
 constexpr Fields SelFields[] = {"bytes", "id"};
@@ -25,7 +25,8 @@ constexpr Fields LvtFields[] = {"processor", "source"};
 constexpr Fields PprFields[] = {"type", "status"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
 constexpr Fields CommFields[] = {"handler", "status"};
-constexpr Fields AllocFailFields[] = {"number", "bytes"};
+constexpr Fields AllocFailFields[] = {"sequence", "size"};
+constexpr Fields DanglingFields[] = {"what"};
 
 constexpr EventKind Kinds[] = {
     {"smi-enter", SmiEnterFields},
@@ -49,6 +50,7 @@ constexpr EventKind Kinds[] = {
     {"post-errors", PostErrorsFields},
     {"comm", CommFields},
     {"alloc-fail", AllocFailFields},
+    {"dangling", DanglingFields},
     {"breakpoint", {}},
 };
 

@@ -73,26 +73,30 @@ std::string FailureText(const Event& One) {
     return Status.empty() || Status == StatusName(EFI_SUCCESS) ? "" : ", " + Status;
 }
 
-std::string Arguments(const Event& One) {
-    std::string Text;
-    const auto Found = One.Fields.find("arguments");
-    if (Found != One.Fields.end()) {
-        for (const auto& [Name, Value] : Found->items()) {
-            Text += fmt::format("{}{} {}", Text.empty() ? "" : ", ", Name,
-                                Value.is_string() ? Value.get<std::string>() : Value.dump());
-        }
-    }
-    return Text;
-}
-
 // A decoded item's meaning, else its value.
 std::string Told(const Json& Item) {
     return Item.is_object() ? Item.value("meaning", Item.value("value", "")) : Item.get<std::string>();
 }
 
+// Local SMI status of a processor, in words.
+std::string SourceText(std::uint64_t Status) {
+    constexpr struct {
+        unsigned Bit;
+        const char* Words;
+    } Sources[] = {
+        {8, "machine check redirected"}, {11, "OS write to a cloaked register"}, {18, "machine-check interrupt"}};
+    std::string Text;
+    for (const auto& Source : Sources) {
+        if (Status >> Source.Bit & 1) {
+            Text += (Text.empty() ? "" : ", ") + std::string(Source.Words);
+        }
+    }
+    return Text.empty() ? "local SMI status " + Hex(Status) : Text;
+}
+
 class Narrator {
  public:
-    Narrator(Report& Into, const RunResult& Result) : Into(Into), Result(Result) {
+    Narrator(Report& Into, const RunResult& Result) : Into(Into) {
         for (std::size_t Index = 0; Index < Result.Records.size(); ++Index) {
             Records[RecordFileName(Index)] = &Result.Records[Index];
         }
@@ -101,13 +105,14 @@ class Narrator {
     void Tell(const Event& One) {
         using Teller = void (Narrator::*)(const Event&);
         static const std::map<std::string_view, Teller> Tellers = {
-            {"service", &Narrator::TellService},   {"sel", &Narrator::TellSel},
-            {"sel-send", &Narrator::TellSelSend},  {"health", &Narrator::TellHealth},
-            {"ghes-log", &Narrator::TellGhesLog},  {"page-retire", &Narrator::TellOther},
-            {"sci", &Narrator::TellSignal},        {"nmi", &Narrator::TellSignal},
-            {"mce", &Narrator::TellSignal},        {"ppr", &Narrator::TellOther},
-            {"runtime-ppr", &Narrator::TellOther}, {"post-errors", &Narrator::TellOther},
-            {"alloc-fail", &Narrator::TellOther},  {"comm", &Narrator::TellOther},
+            {"smi-enter", &Narrator::TellSources}, {"service", &Narrator::TellService},
+            {"sel", &Narrator::TellSel},           {"sel-send", &Narrator::TellSelSend},
+            {"health", &Narrator::TellHealth},     {"ghes-log", &Narrator::TellGhesLog},
+            {"page-retire", &Narrator::TellOther}, {"sci", &Narrator::TellSignal},
+            {"nmi", &Narrator::TellSignal},        {"mce", &Narrator::TellSignal},
+            {"ppr", &Narrator::TellOther},         {"runtime-ppr", &Narrator::TellOther},
+            {"post-errors", &Narrator::TellOther}, {"alloc-fail", &Narrator::TellOther},
+            {"comm", &Narrator::TellOther},
         };
         const auto Found = Tellers.find(One.Kind);
         if (Found != Tellers.end()) {
@@ -116,8 +121,30 @@ class Narrator {
     }
 
  private:
+    void TellSources(const Event& One) {
+        constexpr std::size_t Shown = 8;
+        const Json Sources = One.Fields.value("sources", Json::array());
+        for (std::size_t Index = 0; Index < std::min(Sources.size(), Shown); ++Index) {
+            const auto Number = [&](const char* Name) {
+                return ParseNumber(Sources[Index].value(Name, "")).value_or(0);
+            };
+            Into.Row("source", fmt::format("processor {}", Number("processor")), SourceText(Number("status")));
+        }
+        if (Sources.size() > Shown) {
+            Into.Row("source", "", fmt::format("and {} more processors", Sources.size() - Shown));
+        } else if (Sources.empty()) {
+            Into.Row("source", "none", "nothing is pending");
+        }
+    }
+
     void TellService(const Event& One) {
-        Into.Row("silicon", Field(One, "member"), Arguments(One) + FailureText(One));
+        std::string Detail;
+        for (const auto& [Name, Value] : One.Fields.items()) {
+            if (Name != "member" && Name != "status") {
+                Detail += fmt::format("{}{} {}", Detail.empty() ? "" : ", ", Name, Value.get<std::string>());
+            }
+        }
+        Into.Row("silicon", Field(One, "member"), Detail + FailureText(One));
     }
 
     void TellSel(const Event& One) {
@@ -188,7 +215,6 @@ class Narrator {
     }
 
     Report& Into;
-    const RunResult& Result;
     std::map<std::string, const std::vector<std::uint8_t>*> Records;
     SelNarrator Events;
     unsigned Unfinished = 0;
@@ -203,6 +229,7 @@ void TellStep(Report& Into, Narrator& Teller, std::span<const Event> Events, uns
             if (++Smis <= SmisShownPerStep) {
                 Into.Line(fmt::format("SMI {}  {} at {}", SmiNumber, Field(One, "kind"), Seconds(One.Time)),
                           Paint::Bold);
+                Teller.Tell(One);
             }
         } else if (Smis <= SmisShownPerStep) {
             Teller.Tell(One);
