@@ -18,10 +18,10 @@ RasService& Ras() {
 Json Target(const UINTN* ProcessorNumber, const UINTN* BankNumber) {
     Json Fields = Json::object();
     if (ProcessorNumber != nullptr) {
-        Fields["ProcessorNumber"] = Hex(*ProcessorNumber);
+        Fields["processor"] = Hex(*ProcessorNumber);
     }
     if (BankNumber != nullptr) {
-        Fields["BankNumber"] = Hex(*BankNumber);
+        Fields["bank"] = Hex(*BankNumber);
     }
     return Fields;
 }
@@ -30,7 +30,7 @@ EFI_STATUS ExitType(UINTN ProcessorNumber, UINT32 Type) {
     return ServeChange(
         Member::RasSmmExitType,
         [&] {
-            return Json{{"ProcessorNumber", Hex(ProcessorNumber)}, {"ExitType", Hex(Type)}};
+            return Json{{"processor", Hex(ProcessorNumber)}, {"type", Hex(Type)}};
         },
         [&] { return Ras().RasSmmExitType(ProcessorNumber, Type); });
 }
@@ -39,9 +39,8 @@ EFI_STATUS SetCloak(UINTN ProcessorNumber, UINT64 CloakMask, UINT64 UncloakMask)
     return ServeChange(
         Member::SetMcaCloakCfg,
         [&] {
-            return Json{{"ProcessorNumber", Hex(ProcessorNumber)},
-                        {"CloakMask", Hex(CloakMask)},
-                        {"UncloakMask", Hex(UncloakMask)}};
+            return Json{
+                {"processor", Hex(ProcessorNumber)}, {"cloak", Hex(CloakMask)}, {"uncloak", Hex(UncloakMask)}};
         },
         [&] { return Ras().SetMcaCloakCfg(ProcessorNumber, CloakMask, UncloakMask); });
 }
@@ -51,7 +50,7 @@ EFI_STATUS ClearStatus(UINTN ProcessorNumber, UINTN BankNumber, BOOLEAN Completi
         Member::ClrMcaStatus,
         [&] {
             Json Fields = Target(&ProcessorNumber, &BankNumber);
-            Fields["Completing"] = Hex(Completing);
+            Fields["completing"] = Hex(Completing);
             return Fields;
         },
         [&] { return Ras().ClrMcaStatus(ProcessorNumber, BankNumber, Completing); });
@@ -64,18 +63,18 @@ EFI_STATUS SetThreshold(const UINTN* ProcessorNumber, const UINTN* BankNumber, c
         [&] {
             Json Fields = Target(ProcessorNumber, BankNumber);
             if (Config != nullptr) {
-                Fields["McaMisc0DataValid"] = Hex(Config->McaMisc0DataValid);
-                Fields["ThresholdControl"] = Hex(Config->ThresholdControl);
-                Fields["ThresholdCount"] = Hex(Config->ThresholdCount);
-                Fields["ThresholdIntType"] = Hex(Config->ThresholdIntType);
-                Fields["McaMisc1DataValid"] = Hex(Config->McaMisc1DataValid);
-                Fields["McaMisc1ThresholdControl"] = Hex(Config->McaMisc1ThresholdControl);
-                Fields["McaMisc1ThresholdCount"] = Hex(Config->McaMisc1ThresholdCount);
-                Fields["McaMisc1ThresholdIntType"] = Hex(Config->McaMisc1ThresholdIntType);
-                Fields["McaConfigDataValid"] = Hex(Config->McaConfigDataValid);
-                Fields["McaConfigDeferredIntType"] = Hex(Config->McaConfigDeferredIntType);
+                Fields["misc0"] = Hex(Config->McaMisc0DataValid);
+                Fields["misc0-control"] = Hex(Config->ThresholdControl);
+                Fields["misc0-count"] = Hex(Config->ThresholdCount);
+                Fields["misc0-interrupt"] = Hex(Config->ThresholdIntType);
+                Fields["misc1"] = Hex(Config->McaMisc1DataValid);
+                Fields["misc1-control"] = Hex(Config->McaMisc1ThresholdControl);
+                Fields["misc1-count"] = Hex(Config->McaMisc1ThresholdCount);
+                Fields["misc1-interrupt"] = Hex(Config->McaMisc1ThresholdIntType);
+                Fields["config"] = Hex(Config->McaConfigDataValid);
+                Fields["deferred-interrupt"] = Hex(Config->McaConfigDeferredIntType);
             }
-            Fields["ThisBankOnly"] = Hex(ThisBankOnly);
+            Fields["this-bank-only"] = Hex(ThisBankOnly);
             return Fields;
         },
         [&] { return Ras().SetMcaThreshold(ProcessorNumber, BankNumber, Config, ThisBankOnly); });
@@ -89,14 +88,14 @@ EFI_STATUS SetThresholdMap(const UINTN* ProcessorNumber, const UINTN* BankNumber
         [&] {
             Json Fields = Target(ProcessorNumber, BankNumber);
             if (Setting != nullptr) {
-                Fields["ThresholdControl"] = Hex(Setting->ThresholdControl);
-                Fields["ThresholdCount"] = Hex(Setting->ThresholdCount);
-                Fields["ThresholdIntType"] = Hex(Setting->ThresholdIntType);
+                Fields["control"] = Hex(Setting->ThresholdControl);
+                Fields["count"] = Hex(Setting->ThresholdCount);
+                Fields["interrupt"] = Hex(Setting->ThresholdIntType);
             }
-            Fields["ThisBankOnly"] = Hex(ThisBankOnly);
+            Fields["this-bank-only"] = Hex(ThisBankOnly);
             if (Map != nullptr) {
-                Fields["Size"] = Hex(Map->Size);
-                Fields["TableEntryNum"] = Hex(Map->TableEntryNum);
+                Fields["size"] = Hex(Map->Size);
+                Fields["entries"] = Hex(Map->TableEntryNum);
             }
             return Fields;
         },
@@ -107,9 +106,9 @@ Json DisableArguments(const MCA_THRESHOLD_DISABLE_REQUEST* Request) {
     if (Request == nullptr) {
         return Json::object();
     }
-    return Json{{"ProcessorNumber", Hex(Request->CpuInfo.ProcessorNumber)},
-                {"McaBankNumber", Hex(Request->McaBankNumber)},
-                {"ThresholdType", Hex(Request->ThresholdType)}};
+    return Json{{"processor", Hex(Request->CpuInfo.ProcessorNumber)},
+                {"bank", Hex(Request->McaBankNumber)},
+                {"threshold-type", Hex(Request->ThresholdType)}};
 }
 
 // Members that reach into the memory controllers and DRAM: this machine models neither.
@@ -147,7 +146,7 @@ KYR_RAS_SERVICE_SMM_PROTOCOL* RasServiceTable() {
             return ServeChange(
                 Member::SetSmiTrigIoCycle,
                 [&] {
-                    return Json{{"SmiTrigIoCycle", Hex(Cycle)}};
+                    return Json{{"cycle", Hex(Cycle)}};
                 },
                 [&] { return Ras().SetSmiTrigIoCycle(Cycle); });
         },

@@ -23,7 +23,7 @@ EFI_STATUS SendEinj(UINT32 Action, void* Structure, void* Buffer, UINT8* Flag) {
     return ServeChange(
         Member::PspMboxRasEinj,
         [&] {
-            return Json{{"Action", Hex(Action)}, {"ActionStructure", Structure == nullptr ? "none" : "given"}};
+            return Json{{"action", Hex(Action)}, {"structure", Structure == nullptr ? "none" : "given"}};
         },
         [&] { return Buffer == nullptr || Flag == nullptr ? EFI_INVALID_PARAMETER : EFI_SUCCESS; });
 }
@@ -79,7 +79,7 @@ KYR_TALVO_CONFIG_PROTOCOL* TalvoConfigTable() {
             ServeChange(
                 Member::SetTalvoCfg8,
                 [&] {
-                    return Json{{"Uid", Hex(Uid)}, {"Value", Hex(Value)}};
+                    return Json{{"uid", Hex(Uid)}, {"value", Hex(Value)}};
                 },
                 [&] {
                     Firmware::Current().TalvoConfig[Uid] = Value;

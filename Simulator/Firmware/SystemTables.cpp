@@ -27,7 +27,7 @@ EFI_STATUS AllocateFrom(EFI_MEMORY_TYPE Type, UINTN Size, void** Buffer) {
     const EFI_STATUS Status = From.Allocate(Size, Buffer);
     if (Status != EFI_SUCCESS) {
         Current().Hardware.Note("alloc-fail", [&] {
-            return nlohmann::ordered_json{{"sequence", Hex(From.Statistics().Allocations)}, {"size", Hex(Size)}};
+            return nlohmann::ordered_json{{"number", Hex(From.Statistics().Allocations)}, {"bytes", Hex(Size)}};
         });
     }
     return Status;
