@@ -5,6 +5,7 @@
 #include <array>
 
 #include "Library/RasLib/Smn.h"
+#include "Simulator/Machine/Machine.h"
 #include "Simulator/Simulation.h"
 
 namespace {
@@ -94,6 +95,24 @@ TEST_F(PciAccess, AbsentFunctionsAndSegmentsReadAllOnes) {
         EXPECT_EQ(PciSegmentRead16(Absent), 0xFFFF);
         EXPECT_EQ(PciSegmentRead32(Absent), 0xFFFFFFFFu);
     }
+}
+
+TEST_F(PciAccess, SmnGoesThroughTheRootComplexOfSegmentAndBus) {
+    constexpr UINT32 REGISTER = 0x13B20040;
+    // The second root complex of each socket: bus 0x40 of segments 0 and 1.
+    Machine.Machine().SmnOf(1).Map(REGISTER, 0x11111111);
+    Machine.Machine().SmnOf(5).Map(REGISTER, 0x22222222);
+    UINT32 Value = 0;
+    RasSmnRead(0x40, REGISTER, &Value);
+    EXPECT_EQ(Value, 0x11111111u);
+    RasSmnRead(SmnSegBus(1, 0x40), REGISTER, &Value);
+    EXPECT_EQ(Value, 0x22222222u);
+    RasSmnRW(0x140, REGISTER, 0xFFFF0000, 0x0000ABCD);
+    EXPECT_EQ(Machine.Machine().SmnOf(5).Read(REGISTER), 0x2222ABCDu);
+    Value = 0x33333333;
+    RasSmnWrite(0x40, REGISTER, &Value);
+    EXPECT_EQ(Machine.Machine().SmnOf(1).Read(REGISTER), 0x33333333u);
+    EXPECT_EQ(Machine.Machine().SmnOf(5).Read(REGISTER), 0x2222ABCDu);
 }
 
 }  // namespace
