@@ -100,6 +100,10 @@ using RankMultiplier = Field<UINT64, 7, 4>;
 using SubChannel = Field<UINT64, 3>;
 using ChipSelect = Field<UINT64, 2, 0>;
 using Dimm = Field<UINT64, 2, 1>;
+
+// Set in ErrorInformation of a DRAM ECC error that names no symbol: of a corrected, of a deferred error.
+inline constexpr UINT64 NO_SYMBOL_CORRECTED_MASK = Field<UINT64, 15, 14>::Mask;
+inline constexpr UINT64 NO_SYMBOL_DEFERRED_MASK = Field<UINT64, 15>::Mask;
 }  // namespace McaSynd
 
 // ErrorCodeExt of a memory controller's bank.

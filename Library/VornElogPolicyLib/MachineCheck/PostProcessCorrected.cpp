@@ -3,7 +3,7 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/MachineCheck/MachineCheckSel.h"
-#include "Library/VornElogPolicyLib/Memory/MemoryRecord.h"
+#include "Library/VornElogPolicyLib/Memory/PostProcessCorrectedMemory.h"
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 

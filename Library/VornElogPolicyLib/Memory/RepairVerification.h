@@ -3,6 +3,9 @@
 
 #include "Platform/Base.h"
 
+// 1: a threshold counter that is set again raises an SMI; else nothing. Nothing ever changes it.
+extern UINT32 mRtPprThresholdInterruptMode;
+
 // Scrubs every row that is being served and reports what its bank says then. TRUE when the rows were verified,
 // whatever came of it; FALSE when runtime repair is disabled, no completion is due, or the PSP reported a failure.
 // Where rows were verified or a failure was reported, the state is ready for the next request.

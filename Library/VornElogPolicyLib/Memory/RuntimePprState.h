@@ -18,6 +18,9 @@ extern UINT64 mPspBiosMboxCmdRegAddr;  // MMIO address of the PSP BIOS mailbox's
 
 extern RUNTIME_PPR_CHECK_ENTRY mChkRtPprComplStruct[RUNTIME_PPR_CHECK_ENTRIES];
 
+// Entries of the completion-check table that are being served, as many as it can hold.
+UINT32 RuntimePprEntriesInServed();
+
 // Forgets what was being served: the next request may start.
 void ResetRuntimePprState();
 

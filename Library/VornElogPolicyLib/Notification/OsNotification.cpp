@@ -2,6 +2,7 @@
 
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogPolicyLib/Cxl/CxlRecord.h"
+#include "Library/VornElogPolicyLib/Memory/Thresholds.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcEvent.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/RecordFields.h"
@@ -12,9 +13,6 @@ KYR_STATE BOOLEAN ApeiGhesClearedThisSmi = FALSE;
 KYR_STATE BOOLEAN VornApeiIssueSciFlag = FALSE;
 KYR_STATE BOOLEAN VornApeiIssueNmiFlag = FALSE;
 KYR_STATE UINT32 ApeiSciCause = 0;
-
-// A page is retired after this share of the corrected errors that foretell the DIMM's failure.
-static constexpr UINT32 PAGE_RETIRE_DIVISOR = 8;
 
 static const VORN_APEI_LOGGING_SMM_PROTOCOL* ApeiLogging(const CHAR8* Caller = __builtin_FUNCTION()) {
     const VORN_APEI_LOGGING_SMM_PROTOCOL* pApeiLogging = mPrivateDataVornElogPolicyLib.pVornApeiLoggingSmmProtocol;
@@ -67,7 +65,7 @@ static UINT32 PageRetireThreshold(const CHAR8* Caller) {
         return 0;
     }
     const DIMM_DATA& Dimm = mPrivateDataVornElogPolicyLib.DimmData[Location.Socket][Location.Channel][Location.Dimm];
-    return Dimm.CeccPfaData.SwThresholdCount / PAGE_RETIRE_DIVISOR;
+    return CeccThresholds(Dimm.CeccPfaData.SwThresholdCount).PageRetire;
 }
 
 static void LogPageRetire(const VORN_APEI_LOGGING_SMM_PROTOCOL& ApeiLogging, const CPER_RECORD* pCper,
