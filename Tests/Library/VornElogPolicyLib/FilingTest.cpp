@@ -1,0 +1,173 @@
+// How records are filed: classes, refusals, full and wrapping buffers.
+#include <gtest/gtest.h>
+
+#include "Library/VornElogPolicyLib/MachineCheck/DeferredHistory.h"
+#include "Library/VornElogPolicyLib/MachineCheck/ProcessMachineCheck.h"
+#include "Library/VornElogPolicyLib/MachineCheck/ThresholdDisable.h"
+#include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
+#include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
+
+static EFI_STATUS File(TestRecord Record) {
+    return VornElogSmmProcessErrorRecord(Record.Cper(), &Record.Data);
+}
+
+TEST(Filing, EveryClassGoesToItsBufferInBothModes) {
+    enum Target { Uncorrected, Deferred, Corrected };
+    struct Case {
+        UINT64 Status;
+        UINT32 Class;
+        Target Buffer;
+    };
+    for (const bool IsDiagnostic : {false, true}) {
+        PolicyMachine Machine(IsDiagnostic);
+        BUFFER_HEADER* const Buffers[] = {Policy.pMcaUncorrectedFiniteBuffer, Policy.pMcaDeferredCircularBuffer,
+                                          Policy.pMcaCorrectedFiniteBuffer};
+        for (const Case& Test :
+             {Case{PCC | DEFERRED, 0, Uncorrected}, Case{PCC | UC | TCC, 0, Uncorrected},
+              Case{UC | TCC | TRANSPARENT, 2, Uncorrected}, Case{UC | DEFERRED | TRANSPARENT, 3, Uncorrected},
+              Case{DEFERRED | TRANSPARENT | TCC, 4, Deferred}, Case{0, 1, Corrected},
+              Case{TRANSPARENT, 5, Corrected}}) {
+            SCOPED_TRACE(testing::Message() << "class " << Test.Class << " diagnostic " << IsDiagnostic);
+            BUFFER_HEADER* Buffer = Buffers[Test.Buffer];
+            const UINT32 Tail = Buffer->Tail;
+            const std::uint64_t Bytes = Machine.Sim.Pool().LiveBytes;
+            ProcessorRecord Record(Test.Status);
+            EXPECT_EQ(File(Record), EFI_SUCCESS);
+            // The copies stay also where no buffer takes them.
+            EXPECT_EQ(Machine.Sim.Pool().LiveBytes, Bytes + Record.Bytes.size() + 10368);
+            const bool IsKept = Test.Buffer != Corrected || IsDiagnostic;
+            ASSERT_EQ(Buffer->Tail, Tail + IsKept);
+            if (IsKept) {
+                const auto& Entry = *BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Buffer, Tail);
+                EXPECT_EQ(Entry.MceClass, Test.Class);
+                EXPECT_EQ(std::memcmp(Entry.pCper, Record.Bytes.data(), Record.Bytes.size()), 0);
+                EXPECT_EQ(std::memcmp(Entry.pKyrChipsetSupportData, &Record.Data, sizeof(Record.Data)), 0);
+            }
+        }
+    }
+}
+
+TEST(Filing, RefusesRecordsThatAreNoneAndKeepsNothing) {
+    PolicyMachine Machine;
+    const std::uint64_t Blocks = Machine.Blocks();
+    ProcessorRecord Good(UC), Short(UC), Invalid(UC), FarBank(UC);
+    Short.Cper()->Header.RecordLength = 199;
+    Invalid.Data.MachineCheck.ValidRasMcaErrorInfo = 0;
+    FarBank.Data.MachineCheck.McaBankIndex = 64;
+    EXPECT_EQ(VornElogSmmProcessErrorRecord(nullptr, &Good.Data), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornElogSmmProcessErrorRecord(Good.Cper(), nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(File(Short), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(File(Invalid), EFI_SUCCESS);
+    EXPECT_EQ(File(FarBank), EFI_SUCCESS);
+    EXPECT_EQ(File(TestRecord(gCperSectionProcessorGenericGuid, 0, 8)), EFI_SUCCESS);
+    EXPECT_TRUE(Machine.Traced("VornElogSmmProcessErrorRecord: ERROR CPER Descriptor SectionType GUID "));
+    VornElogSmmProcessErrorRecordMachineCheck(nullptr, &Good.Data);
+    VornElogSmmProcessErrorRecordMachineCheck(Short.Cper(), &Short.Data);
+    Good.Cper()->Descriptor.SectionType = gCperSectionPlatformMemoryGuid;
+    VornElogSmmProcessErrorRecordMachineCheck(Good.Cper(), &Good.Data);
+    EXPECT_TRUE(FiniteBufferIsEmpty(Policy.pMcaUncorrectedFiniteBuffer));
+    EXPECT_EQ(Machine.Blocks(), Blocks);
+}
+
+TEST(Filing, EverySectionThatTheHeaderCountsIsTheFirstOne) {
+    PolicyMachine Machine;
+    ProcessorRecord Record(UC);
+    for (const UINT16 Sections : {0, 2}) {
+        Record.Cper()->Header.SectionCount = Sections;
+        EXPECT_EQ(File(Record), EFI_SUCCESS);
+        EXPECT_EQ(Policy.pMcaUncorrectedFiniteBuffer->Tail, Sections);
+    }
+}
+
+TEST(Filing, LosesRecordsThatCannotBeCopiedAndThoseThatNoBufferTakes) {
+    PolicyMachine Machine;
+    const std::uint64_t Blocks = Machine.Blocks();
+    for (const std::uint64_t Skip : {0, 1}) {
+        Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1, Skip);
+        File(ProcessorRecord(UC));
+        EXPECT_EQ(Machine.Blocks(), Blocks) << Skip;
+    }
+    for (unsigned Count = 0; Count < 769; Count++) {
+        File(ProcessorRecord(UC));
+    }
+    FINITE_BUFFER* const Buffer = Policy.pMcaUncorrectedFiniteBuffer;
+    EXPECT_EQ(Buffer->Tail, 768u);
+    EXPECT_TRUE(Machine.Traced("ERROR adding element to finite buffer"));
+    TestRecord(gCperSectionPcieGuid, 0, 208).Into(Policy.pPciFiniteBuffer);
+    VornElogSmmClearErrorRecordBuffersMca();
+    EXPECT_TRUE(FiniteBufferIsEmpty(Buffer));
+    EXPECT_EQ(Machine.Blocks(), Blocks + 4);  // the lost record and the PCI one
+    VornElogSmmClearErrorRecordBuffersPci();
+    EXPECT_TRUE(FiniteBufferIsEmpty(Policy.pPciFiniteBuffer));
+    EXPECT_EQ(Machine.Blocks(), Blocks + 2);
+
+    Policy.pMcaUncorrectedFiniteBuffer = nullptr;
+    File(ProcessorRecord(UC));
+    VornElogSmmClearErrorRecordBuffersMca();
+    EXPECT_EQ(Machine.Blocks(), Blocks + 4);
+}
+
+TEST(ThresholdDisable, CarriesTheFrontOfTheScanAsItLies) {
+    ProcessorRecord Record(0);
+    RasMcaErrorInfo& Info = Record.Data.MachineCheck.RasMcaErrorInfo;
+    std::memset(&Info.CpuInfo, 0x5A, sizeof(Info.CpuInfo));
+    Info.McgIp = 0x1122334455667788;
+    Info.McaBankErrorInfo[1].McaBankNumber = 0x99AABBCCDD;
+    const MCA_THRESHOLD_DISABLE_REQUEST Request = VornElogSmmThresholdDisableRequest(Record.Data, 1);
+    EXPECT_EQ(Simulator::HexBytes(reinterpret_cast<const UINT8*>(&Request) + 38, 18),
+              "5A 5A 88 77 66 55 44 33 22 11 DD CC BB AA 01 00 00 00");
+}
+
+// Files deferred processor records whose words at offset 216 lie in cache line First, First + 1 and so on.
+static void FileDeferred(UINT64 First, UINT64 Last) {
+    for (UINT64 Line = First; Line <= Last; Line++) {
+        ProcessorRecord Record(DEFERRED);
+        Record.Put(216, Line * 64 + 8);
+        File(Record);
+    }
+}
+
+static bool IsKnown(UINT64 Address, UINT32 Mode = AnyCachelineMatch) {
+    BOOLEAN Found = 7;
+    EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(Mode, Address, &Found), EFI_SUCCESS);
+    return Found != 0;
+}
+
+TEST(DeferredHistory, HoldsTheNewest511AndFindsTheNewestOfALine) {
+    PolicyMachine Machine;
+    BOOLEAN Found = 7;
+    ERROR_RECORD_BUFFER_ENTRY* Newest = nullptr;
+    EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(AnyCachelineMatch, 64, &Found), EFI_NOT_FOUND);
+    EXPECT_EQ(Found, FALSE);
+    EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(AnyCachelineMatch, 64, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(64, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(64, &Newest), EFI_SUCCESS);
+    EXPECT_EQ(Newest, nullptr);
+
+    FileDeferred(1, 512);  // the newest lies in slot 511, the next goes to slot 0
+    EXPECT_EQ(Policy.pMcaDeferredCircularBuffer->Tail, 0u);
+    EXPECT_FALSE(IsKnown(1 * 64));
+    EXPECT_TRUE(IsKnown(2 * 64));
+    EXPECT_TRUE(IsKnown(512 * 64 + 63));
+    EXPECT_FALSE(IsKnown(513 * 64));
+    FileDeferred(300, 300);
+    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(300 * 64, &Newest), EFI_SUCCESS);
+    EXPECT_EQ(Newest, BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Policy.pMcaDeferredCircularBuffer, 0));
+    EXPECT_FALSE(IsKnown(2 * 64));
+}
+
+TEST(DeferredHistory, ModesAskForDifferentMarksAndNothingIsReadPastARecord) {
+    PolicyMachine Machine;
+    MemoryRecord(0, 0x1000, 0).Into(Policy.pMcaDeferredCircularBuffer)->PoisonDetectionReported = 1;
+    MemoryRecord(0, 0x2000, 0).Into(Policy.pMcaDeferredCircularBuffer)->PoisonConsumptionReported = 1;
+    const bool Expected[4][2] = {{true, false}, {false, true}, {true, true}, {false, false}};
+    for (UINT32 Mode = 0; Mode < 4; Mode++) {
+        EXPECT_EQ(IsKnown(0x1005, Mode), Expected[Mode][0]) << Mode;
+        EXPECT_EQ(IsKnown(0x203F, Mode), Expected[Mode][1]) << Mode;
+    }
+    EXPECT_FALSE(IsKnown(0));
+    TestRecord Short(gCperSectionPlatformMemoryGuid, 0, 23);  // the address's last byte is missing
+    Short.Put(216, 0x3000, 7).Into(Policy.pMcaDeferredCircularBuffer);
+    EXPECT_FALSE(IsKnown(0x3000));
+    EXPECT_TRUE(IsKnown(0));
+}

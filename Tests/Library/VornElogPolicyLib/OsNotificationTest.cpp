@@ -1,0 +1,151 @@
+// GHES records, signals and containment.
+#include "Library/VornElogPolicyLib/Notification/OsNotification.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Library/VornElogPolicyLib/Notification/Cleanup.h"
+#include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+static EFI_STATUS Notify(TestRecord& Record, UINT32 SciCause = 0x20000000, UINT32 Severity = 2) {
+    return VornElogSmmOsErrorNotification(Record.Cper(), &Record.Data, Severity, SciCause);
+}
+
+TEST(OsNotification, CollectsRecordsAndCausesUntilTheEndOfTheSmi) {
+    for (const bool IsOsLoaded : {true, false}) {
+        Simulator::Configuration Settings;
+        Settings.ApeiOsLoaded = IsOsLoaded;
+        PolicyMachine Machine(Settings);
+        ProcessorRecord First(0), Second(UC);
+        EXPECT_EQ(Notify(First), EFI_SUCCESS);
+        EXPECT_EQ(Notify(Second, 0x40000000, 1), EFI_SUCCESS);
+        EXPECT_EQ(Machine.Events("ghes-clear", "status").size(), 1u);
+        EXPECT_THAT(Machine.Events("ghes-log", "severity"), ElementsAre("0x2", "0x1"));
+        EXPECT_THAT(Machine.Sim.LoggedRecords(), ElementsAre(First.Bytes, Second.Bytes));
+        EXPECT_EQ(Machine.Traced("APEI OS is not running, exiting..."), !IsOsLoaded);
+        VornElogSmmPostProcessCleanup();
+        VornElogSmmPostProcessCleanup();
+        EXPECT_THAT(Machine.Events("sci", "cause"), ElementsAre("0x60000000"));
+        EXPECT_EQ(ApeiGhesClearedThisSmi | VornApeiIssueSciFlag | VornApeiIssueNmiFlag | ApeiSciCause, 0u);
+    }
+}
+
+TEST(OsNotification, FailuresOfTheServiceAskForNoSci) {
+    struct Case {
+        const char* Member;
+        EFI_STATUS Status;
+        EFI_STATUS Expected;
+        bool IsCleared;
+        bool IsUnexpected;
+    };
+    for (const Case& Test : {Case{"ElogIsApeiOsLoaded", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, false, false},
+                             Case{"ElogClearGhes", EFI_NOT_READY, EFI_SUCCESS, true, false},
+                             Case{"ElogClearGhes", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, false, true},
+                             Case{"ElogLogCper", EFI_ALREADY_STARTED, EFI_ALREADY_STARTED, true, false},
+                             Case{"ElogLogCper", EFI_NOT_READY, EFI_NOT_READY, true, false},
+                             Case{"ElogLogCper", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, true, true},
+                             Case{"ElogLogPageRetire", EFI_DEVICE_ERROR, EFI_SUCCESS, true, false}}) {
+        SCOPED_TRACE(testing::Message() << Test.Member << " " << static_cast<UINT64>(Test.Status));
+        PolicyMachine Machine;
+        Machine.Fail(Test.Member, Test.Status);
+        MemoryRecord Record(0, 0, 2);
+        EXPECT_EQ(Notify(Record, 0x30000000), Test.Expected);
+        const bool IsLogged = Test.Expected == EFI_SUCCESS;
+        EXPECT_EQ(ApeiGhesClearedThisSmi, Test.IsCleared);
+        EXPECT_EQ(VornApeiIssueSciFlag, IsLogged);
+        EXPECT_EQ(ApeiSciCause, IsLogged ? 0x30000000u : 0);
+        EXPECT_EQ(Machine.Sim.LoggedRecords().size(), IsLogged ? 1u : 0u);
+        EXPECT_EQ(Machine.Traced("unexpected error code requires debugging"), Test.IsUnexpected);
+    }
+}
+
+TEST(OsNotification, RefusesRecordsThatAreNone) {
+    PolicyMachine Machine;
+    ProcessorRecord Good(0), Short(0);
+    Short.Cper()->Header.RecordLength = 128;
+    for (const auto& [pCper, pData] : {std::pair<CPER_RECORD*, KYR_CHIPSET_SUPPORT_DATA*>{nullptr, &Good.Data},
+                                       {Good.Cper(), nullptr},
+                                       {Short.Cper(), &Short.Data}}) {
+        EXPECT_EQ(VornElogSmmOsErrorNotification(pCper, pData, 0, 0), EFI_INVALID_PARAMETER);
+        EXPECT_EQ(VornElogSmmOsErrorContainment(pCper, pData), EFI_INVALID_PARAMETER);
+    }
+    for (const EFI_GUID& Type : {gCperSectionPcieGuid, gCperSectionPciComponentGuid}) {
+        TestRecord Device(Type, CperSeverityFatal, 39);  // one byte too short to name its device
+        EXPECT_EQ(VornElogSmmOsErrorContainment(Device.Cper(), &Device.Data), EFI_INVALID_PARAMETER);
+    }
+    Policy.pVornApeiLoggingSmmProtocol = nullptr;
+    EXPECT_EQ(Notify(Good), EFI_NOT_FOUND);
+    EXPECT_EQ(VornElogSmmIssueSci(), EFI_NOT_FOUND);
+    EXPECT_EQ(VornElogSmmIssueNmi(), EFI_NOT_FOUND);
+    EXPECT_EQ(VornApeiIssueSciFlag | VornApeiIssueNmiFlag, FALSE);
+}
+
+TEST(OsNotification, AContainedPortWhoseOsRecoversItGoesWithoutGhes) {
+    struct Case {
+        EFI_GUID Type;
+        UINT8 DpcEvent;
+        UINT8 DpcOsLoaded;
+        bool IsLogged;
+    };
+    for (const Case& Test :
+         {Case{gCperSectionPcieGuid, 1, 1, false}, Case{gCperSectionPciComponentGuid, 1, 1, false},
+          Case{gCperSectionPcieGuid, 1, 0, true}, Case{gCperSectionPcieGuid, 0, 1, true},
+          // The same two bytes of a machine check say something else.
+          Case{gCperSectionProcessorSpecificGuid, 1, 1, true}, Case{gCperSectionCxlProtocolGuid, 1, 1, true}}) {
+        PolicyMachine Machine;
+        TestRecord Record(Test.Type, CperSeverityFatal, 208);
+        Record.Data.Pci.DpcEvent = Test.DpcEvent;
+        Record.Data.Pci.DpcOsLoaded = Test.DpcOsLoaded;
+        EXPECT_EQ(Notify(Record, 0x40000000), EFI_SUCCESS);
+        EXPECT_EQ(Machine.Sim.LoggedRecords().size(), Test.IsLogged ? 1u : 0u);
+        EXPECT_EQ(ApeiSciCause, 0x40000000u);
+    }
+}
+
+TEST(OsNotification, APageRetireRequestIsLoggedBesideTheRecord) {
+    struct Case {
+        UINT32 HeaderSeverity;
+        UINT32 SciCause;
+        UINT8 Socket;
+        std::vector<std::string> Thresholds;
+    };
+    for (const Case& Test : {Case{2, 0x30000000, 1, {"0xC"}}, Case{1, 0x30000000, 1, {}}, Case{2, 0x20000000, 1, {}},
+                             Case{2, 0x30000000, 2, {"0x0"}}}) {  // a record may name a DIMM that cannot be
+        PolicyMachine Machine;
+        Policy.MemErrLocation = {Test.Socket, 11, 1, 0};
+        Policy.DimmData[1][11][1].CeccPfaData.SwThresholdCount = 103;
+        MemoryRecord Record(0x02, 0x12345678, Test.HeaderSeverity);
+        EXPECT_EQ(Notify(Record, Test.SciCause), EFI_SUCCESS);
+        EXPECT_EQ(Machine.Events("page-retire", "threshold"), Test.Thresholds);
+        EXPECT_EQ(Machine.Events("page-retire", "address", "0x12345678").size(), Test.Thresholds.size());
+        EXPECT_EQ(Machine.Sim.LoggedRecords().size(), 1u);
+    }
+}
+
+TEST(OsContainment, OnlyPcieAndCxlErrorsThatTheOsMustNotRunOnFromAskForAnNmi) {
+    for (const auto& [Type, NmiSeverities] :
+         {std::pair{gCperSectionPcieGuid, 2u}, std::pair{gCperSectionPciComponentGuid, 2u},
+          std::pair{gCperSectionCxlProtocolGuid, 2u}, std::pair{gCperSectionProcessorSpecificGuid, 0u},
+          std::pair{gCperSectionPlatformMemoryGuid, 0u}}) {
+        PolicyMachine Machine;
+        for (UINT32 Severity = 0; Severity < 4; Severity++) {
+            Machine.Forget();
+            TestRecord Record(Type, Severity, 208);
+            Record.Data.Pci.DpcEvent = 1;  // no OS handles containment here
+            EXPECT_EQ(VornElogSmmOsErrorContainment(Record.Cper(), &Record.Data), EFI_SUCCESS);
+            Notify(Record);
+            VornElogSmmPostProcessCleanup();
+            const bool IsNmi = Severity < NmiSeverities;  // recoverable and fatal
+            EXPECT_EQ(Machine.Events("nmi", "").size(), IsNmi ? 1u : 0u) << Severity;
+            EXPECT_EQ(Machine.Events("sci", "cause").size(), IsNmi ? 0u : 1u) << Severity;
+        }
+        Machine.Fail("ElogSignalNmi");
+        VornApeiIssueNmiFlag = TRUE;
+        VornElogSmmPostProcessCleanup();
+        EXPECT_TRUE(Machine.Traced("VornElogSmmIssueNmi: ERROR Device Error from ElogSignalNmi"));
+        EXPECT_EQ(VornApeiIssueNmiFlag, FALSE);
+    }
+}
