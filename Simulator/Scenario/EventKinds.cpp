@@ -15,6 +15,7 @@ constexpr Fields WriteFields[] = {"space", "bus", "address", "width", "value", "
 constexpr Fields SelFields[] = {"bytes", "id"};
 constexpr Fields SelSendFields[] = {"count", "status"};
 constexpr Fields HealthFields[] = {"kind", "bytes"};
+constexpr Fields RecordFields[] = {"section", "header-severity", "section-severity", "length"};
 constexpr Fields GhesClearFields[] = {"status"};
 // The last two look into the record that the event names.
 constexpr Fields GhesLogFields[] = {"file", "severity", "status", "record", "record-bytes"};
@@ -25,7 +26,7 @@ constexpr Fields LvtFields[] = {"processor", "source"};
 constexpr Fields PprFields[] = {"type", "status"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
 constexpr Fields CommFields[] = {"handler", "status"};
-constexpr Fields AllocFailFields[] = {"sequence", "size"};
+constexpr Fields AllocFailFields[] = {"number", "bytes"};
 constexpr Fields DanglingFields[] = {"what"};
 
 constexpr EventKind Kinds[] = {
@@ -38,6 +39,7 @@ constexpr EventKind Kinds[] = {
     {"sel", SelFields},
     {"sel-send", SelSendFields},
     {"health", HealthFields},
+    {"record", RecordFields},
     {"ghes-clear", GhesClearFields},
     {"ghes-log", GhesLogFields},
     {"page-retire", PageRetireFields},

@@ -95,7 +95,7 @@ EventPattern ReadPattern(const YamlValue& Value) {
         if (!Kind.HasArguments) {
             FindKey(Name, Known);
         }
-        if (Name.Text() == "bytes" || Name.Text() == "codes") {
+        if ((Key.Text() != "alloc-fail" && Name.Text() == "bytes") || Name.Text() == "codes") {
             CheckBytePattern(Field);
         } else if (Name.Text() == "record-bytes") {
             for (const auto& [Offset, Bytes] : Field.Map()) {

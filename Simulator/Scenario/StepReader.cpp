@@ -243,7 +243,11 @@ constexpr StepKey RepeatKeys[] = {
 
 void ReadRepeat(const YamlValue& Value, const Configuration& Machine, Step& Into) {
     const StepDraft Draft = ReadDraft(Value, RepeatKeys, Machine);
-    Into.Summary = fmt::format("{} times {} steps", Draft.Times, Draft.Steps.size());
+    Into.Summary = fmt::format("{} times", Draft.Times);
+    for (const Step& Inner : Draft.Steps) {
+        Into.Summary +=
+            fmt::format("{} {} ({})", &Inner == &Draft.Steps.front() ? "" : ",", Inner.Kind, Inner.Summary);
+    }
     Into.Do = [Times = Draft.Times, Steps = Draft.Steps](Simulation& Run) {
         for (std::uint64_t Round = 1; Round <= Times; ++Round) {
             for (const Step& Inner : Steps) {

@@ -23,16 +23,26 @@ class Report {
  public:
     explicit Report(bool Colours) : Colours(Colours) {}
 
-    // Three columns: what happened, to what, in detail. A detail that does not fit goes on beneath itself.
+    // Three columns: what happened, to what, in detail.
     void Row(std::string_view What, std::string_view Where, std::string Detail, Paint How = Paint::Plain) {
-        constexpr std::size_t WhatWidth = 8;
-        constexpr std::size_t WhereWidth = 20;
-        constexpr std::size_t DetailAt = 2 + WhatWidth + 1 + WhereWidth + 2;
-        std::string Front = fmt::format("  {:<{}} {:<{}}  ", What, WhatWidth, Where, WhereWidth);
+        constexpr std::size_t DetailAt = 33;
+        std::string Front = fmt::format("  {:<8} {:<20}  ", What, Where);
         if (Front.size() > DetailAt) {
             Line(Front, How);
             Front = std::string(DetailAt, ' ');
         }
+        Wrap(std::move(Front), DetailAt, std::move(Detail), How);
+    }
+
+    // Two columns: a property of the run and what it is.
+    void Property(std::string_view What, std::string Detail, Paint How = Paint::Plain) {
+        std::string Front = fmt::format("  {:<8} ", What);
+        const std::size_t DetailAt = Front.size();
+        Wrap(std::move(Front), DetailAt, std::move(Detail), How);
+    }
+
+    // A detail that does not fit goes on beneath itself.
+    void Wrap(std::string Front, std::size_t DetailAt, std::string Detail, Paint How) {
         do {
             std::size_t Cut = ColumnLimit - DetailAt;
             if (Detail.size() > Cut) {
@@ -105,14 +115,14 @@ class Narrator {
     void Tell(const Event& One) {
         using Teller = void (Narrator::*)(const Event&);
         static const std::map<std::string_view, Teller> Tellers = {
-            {"smi-enter", &Narrator::TellSources}, {"service", &Narrator::TellService},
-            {"sel", &Narrator::TellSel},           {"sel-send", &Narrator::TellSelSend},
-            {"health", &Narrator::TellHealth},     {"ghes-log", &Narrator::TellGhesLog},
-            {"page-retire", &Narrator::TellOther}, {"sci", &Narrator::TellSignal},
-            {"nmi", &Narrator::TellSignal},        {"mce", &Narrator::TellSignal},
-            {"ppr", &Narrator::TellOther},         {"runtime-ppr", &Narrator::TellOther},
-            {"post-errors", &Narrator::TellOther}, {"alloc-fail", &Narrator::TellOther},
-            {"comm", &Narrator::TellOther},
+            {"smi-enter", &Narrator::TellSources}, {"record", &Narrator::TellRecord},
+            {"service", &Narrator::TellService},   {"sel", &Narrator::TellSel},
+            {"sel-send", &Narrator::TellSelSend},  {"health", &Narrator::TellHealth},
+            {"ghes-log", &Narrator::TellGhesLog},  {"page-retire", &Narrator::TellOther},
+            {"sci", &Narrator::TellSignal},        {"nmi", &Narrator::TellSignal},
+            {"mce", &Narrator::TellSignal},        {"ppr", &Narrator::TellOther},
+            {"runtime-ppr", &Narrator::TellOther}, {"post-errors", &Narrator::TellOther},
+            {"alloc-fail", &Narrator::TellOther},  {"comm", &Narrator::TellOther},
         };
         const auto Found = Tellers.find(One.Kind);
         if (Found != Tellers.end()) {
@@ -137,14 +147,23 @@ class Narrator {
         }
     }
 
+    // Arguments that are zero say little, but for whom the call is about.
     void TellService(const Event& One) {
         std::string Detail;
         for (const auto& [Name, Value] : One.Fields.items()) {
-            if (Name != "member" && Name != "status") {
-                Detail += fmt::format("{}{} {}", Detail.empty() ? "" : ", ", Name, Value.get<std::string>());
+            const std::string Text = Field(One, Name.c_str());
+            const bool Counts = Name == "processor" || Name == "bank" || Text != "0x0";
+            if (Counts && Name != "member" && Name != "status") {
+                Detail += fmt::format("{}{} {}", Detail.empty() ? "" : ", ", Name, Text);
             }
         }
         Into.Row("silicon", Field(One, "member"), Detail + FailureText(One));
+    }
+
+    void TellRecord(const Event& One) {
+        Into.Row("record", Field(One, "section"),
+                 fmt::format("severity {}, {} bytes", Field(One, "header-severity"),
+                             ParseNumber(Field(One, "length")).value_or(0)));
     }
 
     void TellSel(const Event& One) {
@@ -207,9 +226,8 @@ class Narrator {
 
     void TellOther(const Event& One) {
         std::string Detail;
-        for (const auto& [Name, Value] : One.Fields.items()) {
-            Detail += fmt::format("{}{} {}", Detail.empty() ? "" : ", ", Name,
-                                  Value.is_string() ? Value.get<std::string>() : Value.dump());
+        for (const auto& Item : One.Fields.items()) {
+            Detail += fmt::format("{}{} {}", Detail.empty() ? "" : ", ", Item.key(), Field(One, Item.key().c_str()));
         }
         Into.Row("event", One.Kind, Detail);
     }
@@ -270,22 +288,22 @@ std::string SettingsText(const Configuration& Machine) {
 }  // namespace
 
 std::string MachineText(const Configuration& Machine) {
-    return fmt::format(
-        "{} sockets of {} cores of {} threads, {} banks each; {} channels of {} DIMMs; {} root complexes",
-        Machine.Sockets, Machine.CoresPerSocket, Machine.ThreadsPerCore, Machine.BanksPerProcessor,
-        Machine.ChannelsPerSocket, Machine.DimmsPerChannel, Machine.Sockets * Machine.RootComplexesPerSocket);
+    return fmt::format("{} sockets x {} cores x {} threads, {} banks each, {} x {} DIMMs a socket, {} root complexes",
+                       Machine.Sockets, Machine.CoresPerSocket, Machine.ThreadsPerCore, Machine.BanksPerProcessor,
+                       Machine.ChannelsPerSocket, Machine.DimmsPerChannel,
+                       Machine.Sockets * Machine.RootComplexesPerSocket);
 }
 
 std::string RunReport(const Scenario& What, const RunResult& Result, bool Colours) {
     Report Into(Colours);
     Into.Line(What.Name, Paint::Bold);
-    Into.Row("about", "", What.About);
-    Into.Row("machine", "", MachineText(What.Machine));
+    Into.Property("about", What.About);
+    Into.Property("machine", MachineText(What.Machine));
     if (const std::string Settings = SettingsText(What.Machine); !Settings.empty()) {
-        Into.Row("settings", "", Settings);
+        Into.Property("settings", Settings);
     }
     if (EFI_ERROR(Result.Entry)) {
-        Into.Row("start", StatusName(Result.Entry), "the driver is not loaded", Paint::Red);
+        Into.Property("start", StatusName(Result.Entry) + ": the driver is not loaded", Paint::Red);
     }
 
     Narrator Teller(Into, Result);

@@ -54,8 +54,9 @@ TEST_F(Commands, RunShowsWhatHappenedWithin100Columns) {
     EXPECT_EQ(Run(Options), 0) << Out.str() << Errors.str();
     const std::string Text = Out.str();
     for (const char* Wanted :
-         {"2 sockets of 4 cores of 2 threads", "step 0   machine-check        processor 1 bank 5: fatal",
-          "SMI 1  machine-check", "source   processor 1          machine check redirected",
+         {"2 sockets x 4 cores x 2 threads, 32 banks each, 12 x 2 DIMMs a socket, 8 root complexes",
+          "step 0   machine-check        processor 1 bank 5: fatal", "SMI 1  machine-check",
+          "source   processor 1          machine check redirected",
           "07 0D 07 A6 01 01     uncorrected (CPU0704) machine check, socket 0, APIC ID 0x01",
           "location: APIC ID 0x1, socket 0", "MSR 0xC0002051 (mca-status of bank 5) = 0xBEA0000000000108",
           "GHES     records/0001.cper     fatal, IA32/X64 processor error, 472 bytes", "SCI, cause 0x20000000",
