@@ -30,7 +30,7 @@ struct Bare<const Type> {
 template <class Type>
 struct KindOf {
     static_assert(
-        requires(Type Value) { Value& Value; }, "no conversion prints this type");
+        requires(Type Value) { Value | Type{}; }, "no conversion prints this type");
     static constexpr TraceKind Kind = TraceKind::Integer;
 };
 template <>
