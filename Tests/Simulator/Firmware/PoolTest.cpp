@@ -1,0 +1,108 @@
+#include "Simulator/Firmware/Pool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "Simulator/Firmware/MemoryLayout.h"
+
+namespace Simulator {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(Pool, AccountsForEveryBlock) {
+    Pool From(0, true);
+    void *First = nullptr, *Second = nullptr, *Empty = nullptr;
+    ASSERT_EQ(From.Allocate(40, &First), EFI_SUCCESS);
+    From.BeginSmi(1);
+    ASSERT_EQ(From.Allocate(100, &Second), EFI_SUCCESS);
+    ASSERT_EQ(From.Allocate(0, &Empty), EFI_SUCCESS) << "an empty block is a block";
+    EXPECT_NE(Empty, Second);
+    EXPECT_EQ(From.Statistics().LiveBlocks, 3u);
+    EXPECT_EQ(From.Statistics().LiveBytes, 140u);
+    EXPECT_THAT(From.LiveBlocksOf(1), ElementsAre(PoolBlock{2, 100, 1}, PoolBlock{3, 0, 1}));
+    EXPECT_EQ(From.Free(First), EFI_SUCCESS);
+    EXPECT_EQ(From.Free(Empty), EFI_SUCCESS);
+    EXPECT_EQ(From.Statistics().LiveBytes, 100u);
+    EXPECT_EQ(From.Statistics().PeakBytes, 140u);
+    EXPECT_EQ(From.Statistics().Frees, 2u);
+    EXPECT_THAT(From.LiveBlocks(), ElementsAre(PoolBlock{2, 100, 1}));
+    EXPECT_THAT(From.DamagedBlocks(), IsEmpty());
+}
+
+TEST(Pool, RefusesToFreeWhatIsNoLiveBlock) {
+    Pool From(0, true);
+    void* Block = nullptr;
+    ASSERT_EQ(From.Allocate(64, &Block), EFI_SUCCESS);
+    auto* Bytes = static_cast<std::uint8_t*>(Block);
+    std::uint8_t Foreign[64];
+    std::memset(Bytes, 0, 64);  // a front that would name entry 0
+    for (void* Bad : {static_cast<void*>(nullptr), static_cast<void*>(Foreign), static_cast<void*>(Bytes + 1),
+                      static_cast<void*>(Bytes + 32), static_cast<void*>(Bytes + 4096),
+                      static_cast<void*>(Memory().Pool.Base), static_cast<void*>(Memory().Pool.End())}) {
+        EXPECT_EQ(From.Free(Bad), EFI_INVALID_PARAMETER);
+    }
+    EXPECT_EQ(From.Free(Block), EFI_SUCCESS);
+    EXPECT_EQ(From.Free(Block), EFI_INVALID_PARAMETER) << "freed twice";
+    EXPECT_EQ(From.Statistics().Frees, 1u);
+}
+
+TEST(Pool, FailsTheAllocationThatItWasToldToFail) {
+    Pool From(2, true);
+    void* Blocks[] = {nullptr, nullptr, nullptr};
+    EXPECT_EQ(From.Allocate(8, &Blocks[0]), EFI_SUCCESS);
+    EXPECT_EQ(From.Allocate(8, &Blocks[1]), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(Blocks[1], nullptr);
+    EXPECT_EQ(From.Allocate(8, &Blocks[2]), EFI_SUCCESS);
+    EXPECT_THAT(From.LiveBlocks(), ElementsAre(PoolBlock{1, 8, 0}, PoolBlock{3, 8, 0}));
+    EXPECT_EQ(From.Allocate(UINT64_MAX, &Blocks[1]), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(From.Allocate(Memory().Pool.Size, &Blocks[1]), EFI_OUT_OF_RESOURCES);
+}
+
+#ifdef __SANITIZE_ADDRESS__
+TEST(PoolDeathTest, TheSanitizerSeesWritesOutsideABlock) {
+    const struct {
+        const char* What;
+        void (*Harm)(std::uint8_t*, Pool&);
+    } Cases[] = {
+        {"behind the end", [](std::uint8_t* Block, Pool&) { Block[40] = 1; }},
+        {"before the front", [](std::uint8_t* Block, Pool&) { Block[-1] = 1; }},
+        {"after the free", [](std::uint8_t* Block, Pool& From) { From.Free(Block), Block[0] = 1; }},
+    };
+    for (const auto& Case : Cases) {
+        SCOPED_TRACE(Case.What);
+        EXPECT_DEATH(
+            {
+                Pool From(0, true);
+                void* Block = nullptr;
+                From.Allocate(40, &Block);
+                Case.Harm(static_cast<std::uint8_t*>(Block), From);
+            },
+            "use-after-poison");
+    }
+}
+#else
+TEST(Pool, SeesBlocksThatWereOverrun) {
+    Pool From(0, true);
+    void *Over = nullptr, *Under = nullptr, *Freed = nullptr;
+    From.BeginSmi(7);
+    From.Allocate(40, &Over);
+    From.Allocate(41, &Under);
+    From.Allocate(42, &Freed);
+    static_cast<std::uint8_t*>(Over)[40] = 0;
+    static_cast<std::uint8_t*>(Under)[-1] = 0;
+    static_cast<std::uint8_t*>(Freed)[42] = 0;
+    EXPECT_EQ(From.Free(Freed), EFI_SUCCESS);
+    EXPECT_THAT(From.TakeDamageSeenAtFree(),
+                ElementsAre("pool block 3 of 42 bytes, allocated in SMI 7, was overrun before it was freed"));
+    EXPECT_THAT(From.DamagedBlocks(), ElementsAre("pool block 1 of 40 bytes, allocated in SMI 7, was overrun",
+                                                  "pool block 2 of 41 bytes, allocated in SMI 7, was overrun"));
+    EXPECT_THAT(From.DamagedBlocks(), IsEmpty()) << "reported once";
+}
+#endif
+
+}  // namespace
+}  // namespace Simulator

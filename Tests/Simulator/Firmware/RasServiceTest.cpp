@@ -1,0 +1,224 @@
+// The silicon maker's RAS service through its protocol table.
+#include "Simulator/Firmware/RasService.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "Platform/Protocol/RasService.h"
+#include "Simulator/Firmware/Firmware.h"
+#include "Simulator/Firmware/ServiceTables.h"
+#include "Simulator/Simulation.h"
+
+namespace Simulator {
+namespace {
+
+constexpr std::uint64_t CORRECTED = 0x9C20400000000135;
+constexpr std::uint64_t DEFERRED = 0x8420100000000136;
+constexpr std::uint32_t UMC_BANK = 15;  // the first memory controller's
+
+std::uint64_t Misc(std::uint64_t Kept, unsigned Enabled, unsigned Count, unsigned Interrupt) {
+    return Kept | std::uint64_t{Enabled} << 51 | std::uint64_t{Interrupt} << 49 | std::uint64_t{Count} << 32;
+}
+constexpr std::uint64_t COUNTER = 0xD000000000000000;  // Valid CntP IntP
+constexpr std::uint64_t FIRST_OF_TWO = COUNTER | 1 << 24;
+
+class RasServiceTest : public ::testing::Test {
+ protected:
+    void Start(Configuration Settings = {}) {
+        Run = std::make_unique<Simulation>(std::move(Settings));
+        Ras = RasServiceTable();
+    }
+    std::uint64_t Bank(unsigned Number, std::uint32_t Register, unsigned Processor = 0) {
+        return Run->ReadMsrRaw(Processor, McaMsr(Number, Register));
+    }
+    void Inject(unsigned Number, std::uint64_t Status, unsigned Processor = 0) {
+        MachineCheck Error;
+        Error.Processor = Processor;
+        Error.Bank = Number;
+        Error.Status = Status;
+        Error.Addr = 0x1000;
+        Error.Synd = 0x2000;
+        Error.Synd1 = 0x3000;
+        Error.FruText = "FRU";
+        Run->InjectMachineCheck(Error);
+    }
+    std::unique_ptr<Simulation> Run;
+    KYR_RAS_SERVICE_SMM_PROTOCOL* Ras = nullptr;
+};
+
+TEST_F(RasServiceTest, BootProgramsThresholdsFromTheApeiData) {
+    const struct {
+        std::map<std::string, std::uint64_t> Apei;
+        std::uint64_t Misc0, Misc1, Config, Cloak;
+    } Cases[] = {
+        {{}, Misc(FIRST_OF_TWO, 1, 0xFF5, 2), Misc(COUNTER, 1, 0xFF5, 2), 0x0000004700000027, 0xFFFFFFFF},
+        {{{"McaErrThreshEn", 0}, {"McaErrThreshCount", 0x123}},
+         Misc(FIRST_OF_TWO, 0, 0x123, 0),
+         Misc(COUNTER, 0, 0x123, 0),
+         0x0000004700000027,
+         0xFFFFFFFF},
+        {{{"PFEHEnable", 0}}, FIRST_OF_TWO, COUNTER, 0x0000000100000027, 0},
+    };
+    for (const auto& Case : Cases) {
+        Run.reset();
+        Configuration Settings;
+        Settings.Apei = Case.Apei;
+        Start(Settings);
+        EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 9), Case.Misc0);
+        EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 9), Case.Misc1);
+        EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 9), Case.Config);
+        EXPECT_EQ(Run->ReadMsrRaw(9, 0xC0010121), Case.Cloak);
+    }
+}
+
+TEST_F(RasServiceTest, FindsErrorsByReadingTheBanks) {
+    Start();
+    Inject(3, CORRECTED, 13);
+    Inject(20, DEFERRED, 13);
+    auto Info = std::make_unique<RasMcaErrorInfo>();
+    Info->CpuInfo.ProcessorNumber = 13;
+    ASSERT_EQ(Ras->SearchMcaError(Info.get()), EFI_SUCCESS);
+    // Processor 13: socket 1, core 2, thread 1; one core takes one bit of the APIC ID, the socket bit 3.
+    EXPECT_EQ(Info->CpuInfo.LocalApicId, 13u);
+    EXPECT_EQ(Info->CpuInfo.SocketId, 1);
+    EXPECT_EQ(Info->CpuInfo.CoreId, 2);
+    EXPECT_EQ(Info->CpuInfo.ThreadId, 1);
+    EXPECT_EQ(Info->CpuInfo.CpuIdLeaf1Ebx >> 24, 13u);
+    ASSERT_EQ(Info->McaBankCount, 2);
+    EXPECT_EQ(Info->McaBankErrorInfo[0].McaBankNumber, 3u);
+    EXPECT_EQ(Info->McaBankErrorInfo[0].McaStatus, CORRECTED);
+    EXPECT_EQ(Info->McaBankErrorInfo[0].McaAddr, 0x1000u);
+    EXPECT_EQ(Info->McaBankErrorInfo[0].McaSynd, 0x2000u);
+    EXPECT_EQ(Info->McaBankErrorInfo[0].McaSynd1, 0x3000u);
+    EXPECT_STREQ(Info->McaBankErrorInfo[0].FruText, "FRU");
+    EXPECT_EQ(Info->McaBankErrorInfo[1].McaBankNumber, 20u);
+    EXPECT_EQ(Info->McaBankErrorInfo[1].McaIpid, 0x0000009600550F00u);
+    EXPECT_EQ(Info->McaBankErrorInfo[1].McaDeStat, DEFERRED);
+    Info->CpuInfo.ProcessorNumber = 16;
+    EXPECT_EQ(Ras->SearchMcaError(Info.get()), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(RasServiceTest, ClearsWhatFirmwareConsumedOrFinishesTheOsWrite) {
+    const struct {
+        const char* What;
+        bool Completing, Cloaked;
+        std::uint64_t Addr, DeStat;
+    } Cases[] = {
+        {"consumed", false, true, 0, 0},
+        {"finished, cloaked again", true, true, 0x1000, 0},
+        {"finished, still the OS's", true, false, 0x1000, DEFERRED},
+    };
+    for (const auto& Case : Cases) {
+        SCOPED_TRACE(Case.What);
+        Run.reset();
+        Start();
+        Inject(2, DEFERRED);
+        Ras->SetMcaCloakCfg(0, 0, Case.Cloaked ? 0 : 1 << 2);
+        EXPECT_EQ(Ras->ClrMcaStatus(0, 2, Case.Completing ? TRUE : FALSE), EFI_SUCCESS);
+        EXPECT_EQ(Bank(2, MCA_STATUS), 0u);
+        EXPECT_EQ(Bank(2, MCA_ADDR), Case.Addr);
+        EXPECT_EQ(Bank(2, MCA_SYND), Case.Addr * 2);
+        EXPECT_EQ(Bank(2, MCA_DESTAT), Case.DeStat);
+        EXPECT_EQ(Bank(2, MCA_DEADDR), Case.Addr);
+        EXPECT_EQ(Bank(2, MCA_MISC0), Misc(COUNTER, 1, 0xFF5, 2)) << "counters are not status";
+    }
+    EXPECT_EQ(Ras->ClrMcaStatus(0, 32, TRUE), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Ras->ClrMcaStatus(16, 0, TRUE), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(RasServiceTest, ProgramsThresholdsOfTheBankMeant) {
+    Start();
+    const UINTN Processor = 1, Number = UMC_BANK;
+    for (int Error = 0; Error < 10; Error++) {
+        Inject(UMC_BANK, CORRECTED, 1);
+    }
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFFF, 2) | 1ULL << 48);
+    RasThresholdConfig Config{};
+    Config.McaMisc0DataValid = 1;
+    Config.ThresholdControl = 1;
+    Config.ThresholdCount = 0xABC;
+    Config.ThresholdIntType = 2;
+    Config.McaMisc1ThresholdCount = 0x111;  // not marked valid
+    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, TRUE), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xABC, 2)) << "the overflow is cleared";
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 2));
+    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFF5, 2));
+    Config = {};
+    Config.McaMisc1DataValid = 1;
+    Config.McaConfigDataValid = 1;
+    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, FALSE), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 1), COUNTER) << "all banks of the processor";
+    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_CONFIG, 1), 0x0000000700000027u);
+    EXPECT_EQ(Bank(0, MCA_MISC1, 1), 0u) << "a bank without a second counter";
+    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 2), Misc(COUNTER, 1, 0xFF5, 2));
+    EXPECT_EQ(Ras->SetMcaThreshold(nullptr, nullptr, &Config, TRUE), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(RasServiceTest, TheThresholdMapGoesByBankType) {
+    Start();
+    McaThresholdTableEntry Entries[] = {{0x96, 0, 0x800, 0x900}, {0xB0, 5, 0x700, 0x600}};
+    const OEM_MCA_THRESHOLD_MAP Map{sizeof(Entries), 2, Entries};
+    const MCA_THRESHOLD_SETTING Setting{0, 1, 0xFF0, 2, 0};
+    EXPECT_EQ(Ras->SetMcaThresholdMap(nullptr, nullptr, &Setting, FALSE, &Map), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK + 11, MCA_MISC0, 15), Misc(FIRST_OF_TWO, 1, 0x800, 2));
+    EXPECT_EQ(Bank(UMC_BANK + 11, MCA_MISC1, 15), Misc(COUNTER, 1, 0x900, 2));
+    EXPECT_EQ(Bank(5, MCA_MISC0, 15), Misc(COUNTER, 1, 0x700, 2));
+    EXPECT_EQ(Bank(0, MCA_MISC0, 15), Misc(COUNTER, 1, 0xFF0, 2));
+    const OEM_MCA_THRESHOLD_MAP Short{8, 2, Entries};
+    EXPECT_EQ(Ras->SetMcaThresholdMap(nullptr, nullptr, &Setting, FALSE, &Short), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(RasServiceTest, InDiagnosticModeEveryErrorInterrupts) {
+    Start();
+    EXPECT_EQ(Ras->SetRasDiagnosticModeData(), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0), Misc(FIRST_OF_TWO, 1, 0xFFE, 2));
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1), Misc(COUNTER, 1, 0xFFE, 2));
+    Inject(0, CORRECTED);
+    EXPECT_EQ(Run->Machine().ProcessorAt(0).SmiSources, 0x60000u);
+    const UINTN Processor = 0, Number = 0;
+    RasThresholdConfig Config{};
+    Config.McaMisc0DataValid = 1;
+    Config.ThresholdCount = 0xFF5;
+    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, TRUE), EFI_SUCCESS);
+    EXPECT_EQ(Bank(0, MCA_MISC0), Misc(COUNTER, 1, 0xFFE, 2)) << "later settings as well";
+}
+
+TEST_F(RasServiceTest, SilencesACounterOrTransparentErrors) {
+    Start();
+    MCA_THRESHOLD_DISABLE_REQUEST Request{};
+    Request.CpuInfo.ProcessorNumber = 1;
+    Request.McaBankNumber = UMC_BANK;
+    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFF5, 0));
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 2));
+    Request.ThresholdType = 1;
+    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 0));
+    EXPECT_EQ(Ras->DisableMcaTransparentErrorLogging(&Request), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 1), 0x0000004500000027u);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 0), 0x0000004700000027u);
+    Request.McaBankNumber = 32;
+    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Ras->DisableMcaThreshold(nullptr), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(RasServiceTest, AFailingMemberFailsAsOftenAsPlannedAndChangesNothing) {
+    Configuration Settings;
+    Settings.Failing["SetMcaCloakCfg"] = {EFI_TIMEOUT, 2, 1};
+    Start(Settings);
+    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 0, 1), EFI_SUCCESS);
+    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_TIMEOUT);
+    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_TIMEOUT);
+    EXPECT_EQ(Run->ReadMsrRaw(0, 0xC0010121), 0xFFFFFFFEu);
+    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_SUCCESS);
+    EXPECT_EQ(Run->ReadMsrRaw(0, 0xC0010121), 0xFFFFFFFFu);
+    const Event& Last = Run->Events().Events()[2];
+    EXPECT_EQ(Last.Kind, "service");
+    EXPECT_EQ(
+        Last.Fields.dump(),
+        R"({"member":"SetMcaCloakCfg","processor":"0x0","cloak":"0x1","uncloak":"0x0","status":"EFI_TIMEOUT"})");
+}
+
+}  // namespace
+}  // namespace Simulator
