@@ -16,11 +16,7 @@ constexpr std::uint64_t MIB = 1 << 20;
 constexpr std::uint64_t COMMUNICATION_SIZE = MIB;
 constexpr std::uint64_t OUTSIDE_SIZE = MIB;
 constexpr std::uint64_t SMRAM_FRONT_SIZE = MIB;
-#ifdef __SANITIZE_ADDRESS__
-constexpr std::uint64_t POOL_SIZE = 256 * MIB;  // all of it is marked forbidden at the start, which costs time
-#else
 constexpr std::uint64_t POOL_SIZE = 4096 * MIB;  // reserved; pages come when they are touched
-#endif
 
 // A wish only: runs of one process agree wherever the mapping lies, runs of two processes where it is granted.
 constexpr std::uint64_t PREFERRED_BASE = 0x200000000000;
