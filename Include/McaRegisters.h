@@ -111,7 +111,7 @@ namespace UmcErrorCodeExt {
 inline constexpr UINT64 DRAM_ECC = 0;      // the bank holds a normalized address
 inline constexpr UINT64 DRAM_ADDRESS = 8;  // the bank holds a DRAM address
 
-// An error of the transfer to or from DRAM, not of a cell.
+// The codes that are reported as parity errors of the memory bus.
 constexpr bool IsBusParity(UINT64 ErrorCodeExt) {
     return ErrorCodeExt == 4 || ErrorCodeExt == 5;
 }
