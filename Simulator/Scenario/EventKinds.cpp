@@ -23,7 +23,8 @@ constexpr Fields PageRetireFields[] = {"address", "threshold", "fru"};
 constexpr Fields SciFields[] = {"cause"};
 constexpr Fields MceFields[] = {"processor"};
 constexpr Fields LvtFields[] = {"processor", "source"};
-constexpr Fields PprFields[] = {"type", "status"};
+// Rows have their address parts, results their bytes.
+constexpr Fields PprFields[] = {"phase", "type", "status"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
 constexpr Fields CommFields[] = {"handler", "status"};
 constexpr Fields AllocFailFields[] = {"number", "bytes"};

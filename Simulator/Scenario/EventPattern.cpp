@@ -135,7 +135,7 @@ bool MatchesScalar(const Json& Value, const std::string& Wanted) {
         return Wanted == (Value.get<bool>() ? "true" : "false") || Number == std::uint64_t{Value.get<bool>()};
     }
     if (Value.is_number()) {
-        return Number ? Value == Json(*Number) : Wanted == Value.dump();
+        return Value.dump() == (Number ? std::to_string(*Number) : Wanted);
     }
     if (!Value.is_string()) {
         return false;

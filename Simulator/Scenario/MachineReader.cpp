@@ -2,6 +2,7 @@
 
 #include "Simulator/Firmware/PlatformData.h"
 #include "Simulator/Firmware/ServiceMembers.h"
+#include "Simulator/Scenario/MemoryReader.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -59,6 +60,8 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
     {"banks", ReadSize<&Configuration::BanksPerProcessor, 1, 64>},
     {"channels", ReadSize<&Configuration::ChannelsPerSocket, 1, 12>},
     {"dimms", ReadSize<&Configuration::DimmsPerChannel, 1, 2>},
+    {"memory", ReadDram},
+    {"oem-ras-instances", ReadSize<&Configuration::OemRasInstances, 0, 4>},
     {"root-complexes", ReadSize<&Configuration::RootComplexesPerSocket, 1, 8>},
     {"pci-segments", ReadSize<&Configuration::PciSegments, 1, 2>},
     {"clock", ReadClock},

@@ -3,6 +3,7 @@
 #include "Simulator/Decode/Sections.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/ServiceMembers.h"
+#include "Simulator/Scenario/MemoryReader.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -266,6 +267,10 @@ struct StepKind {
 };
 constexpr StepKind StepKinds[] = {
     {"machine-check", ReadMachineCheck},
+    {"memory-error", ReadMemoryError},
+    {"pin-translation", ReadPinTranslation},
+    {"smbios", ReadSmbios},
+    {"psp-finish", ReadPspFinish},
     {"smi", ReadSmi},
     {"wait", ReadWait},
     {"os-read-msr", ReadOsReadMsr},

@@ -11,8 +11,8 @@ namespace Simulator {
 enum class TraceChoice { None, Errors, All };
 
 struct RunOptions {
-    std::vector<std::filesystem::path> Files;
-    std::filesystem::path Out;  // empty: nothing is left behind
+    std::vector<std::filesystem::path> Files{};
+    std::filesystem::path Out{};  // empty: nothing is left behind
     TraceChoice Trace = TraceChoice::None;
     bool Json = false;
     bool Colours = false;

@@ -17,14 +17,14 @@ steps:
   - smi: machine-check
 )";
 
-RunResult Run(const std::string& Expectations, const std::string& Value = "0") {
+RunResult RunWith(const std::string& Expectations, const std::string& Value = "0") {
     std::string Text = Machine;
     Text.replace(Text.find("VALUE"), 5, Value);
     return RunScenario(ParseScenario(Text + Expectations, "r.yaml"));
 }
 
 TEST(Runner, MetExpectationsPass) {
-    const RunResult Result = Run(R"(
+    const RunResult Result = RunWith(R"(
 expect:
   - smi-enter: {step: 2}
   - sel: {bytes: 07 0D 07 A6 01 01}
@@ -61,7 +61,7 @@ TEST(Runner, MissedExpectationsSayWhereAndWhatCameClosest) {
     };
     for (const Row& Case : Rows) {
         SCOPED_TRACE(Case.Expectations);
-        const RunResult Result = Run(Case.Expectations);
+        const RunResult Result = RunWith(Case.Expectations);
         ASSERT_EQ(Result.Misses.size(), 1u);
         const Simulator::Miss& One = Result.Misses.front();
         EXPECT_EQ(One.Where.Text(), Case.Where);
@@ -69,7 +69,7 @@ TEST(Runner, MissedExpectationsSayWhereAndWhatCameClosest) {
         const std::string Nearest = One.Nearest.empty() ? "" : One.Nearest.front();
         EXPECT_NE(Nearest.find(Case.Nearest), std::string::npos) << Nearest;
     }
-    const RunResult Read = Run("", "7");
+    const RunResult Read = RunWith("", "7");
     ASSERT_EQ(Read.Misses.size(), 1u);
     EXPECT_EQ(Read.Misses.front().What, "os-read-msr (processor 1 MSR 0xC0002051): the OS reads 0x0, wanted 0x7");
 }

@@ -105,7 +105,7 @@ TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
         {"steps:\n  - comm: {handler: gElogLogPOSTErrorToBMCGuid, place: moon}",
          "t.yaml:4:56: \"moon\" is not known here; right would be region, outside, smram, straddling, null"},
         {"steps:\n  - failing: {SetMcaCloakCfgs: never}", "t.yaml:4:15: unknown key \"SetMcaCloakCfgs\"; is Set"},
-        {"steps:\n  - repeat: {times: 2, steps: [{wait: 1d}]}", "t.yaml:4:38: \"1d\" is no duration"},
+        {"steps:\n  - repeat: {times: 2, steps: [{wait: 1d}]}", "t.yaml:4:39: \"1d\" is no duration"},
         {"expect:\n  - sell: {}", "t.yaml:4:5: unknown key \"sell\"; known here: smi-enter"},
         {"expect:\n  - sel: {byte: 07}", "t.yaml:4:11: unknown key \"byte\"; known here: bytes, id"},
         {"expect:\n  - sel: {bytes: 07 3C 6F A}", "t.yaml:4:18: \"07 3C 6F A\" are no bytes; write two"},

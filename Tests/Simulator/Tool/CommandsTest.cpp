@@ -14,6 +14,8 @@
 namespace {
 
 namespace fs = std::filesystem;
+using Simulator::DecodeCommand;
+using Simulator::ListCommand;
 using Simulator::RunOptions;
 
 constexpr char Passing[] =
@@ -39,7 +41,7 @@ class Commands : public testing::Test {
         return File;
     }
 
-    int Run(const RunOptions& Options) {
+    int RunTool(const RunOptions& Options) {
         Out.str("");
         Errors.str("");
         return RunCommand(Options, Out, Errors);
@@ -51,12 +53,12 @@ class Commands : public testing::Test {
 
 TEST_F(Commands, RunShowsWhatHappenedWithin100Columns) {
     RunOptions Options{.Files = {Write("fatal", Passing)}};
-    EXPECT_EQ(Run(Options), 0) << Out.str() << Errors.str();
+    EXPECT_EQ(RunTool(Options), 0) << Out.str() << Errors.str();
     const std::string Text = Out.str();
     for (const char* Wanted :
          {"2 sockets x 4 cores x 2 threads, 32 banks each, 12 x 2 DIMMs a socket, 8 root complexes",
-          "step 0   machine-check        processor 1 bank 5: fatal", "SMI 1  machine-check",
-          "source   processor 1          machine check redirected",
+          "step 0   machine-check         processor 1 bank 5: fatal", "SMI 1  machine-check",
+          "source   processor 1           machine check redirected",
           "07 0D 07 A6 01 01     uncorrected (CPU0704) machine check, socket 0, APIC ID 0x01",
           "location: APIC ID 0x1, socket 0", "MSR 0xC0002051 (mca-status of bank 5) = 0xBEA0000000000108",
           "GHES     records/0001.cper     fatal, IA32/X64 processor error, 472 bytes", "SCI, cause 0x20000000",
@@ -69,41 +71,46 @@ TEST_F(Commands, RunShowsWhatHappenedWithin100Columns) {
         EXPECT_LE(Line.size(), 100u) << Line;
     }
     Options.Colours = true;
-    Run(Options);
+    RunTool(Options);
     EXPECT_NE(Out.str().find("\x1b[31m"), std::string::npos);
 
     Options.Trace = Simulator::TraceChoice::All;
-    Run(Options);
+    RunTool(Options);
     EXPECT_NE(Out.str().find("  | [SMM] APIC 0x00 S00:C00:T00 > "), std::string::npos);
     Options.Trace = Simulator::TraceChoice::Errors;
-    Run(Options);
-    EXPECT_NE(Out.str().find("Processor 1 Bank 5 MCE detected"), std::string::npos);
-    EXPECT_EQ(Out.str().find("JRV RAS SMM driver entry"), std::string::npos);
+    Options.Files = {Write("failing", std::string(Passing) + "machine: {failing: {SetMcaCloakCfg: EFI_TIMEOUT}}\n")};
+    RunTool(Options);
+    const std::string Failing = Out.str();
+    EXPECT_NE(Failing.find("SetMcaCloakCfg        processor 0x1, uncloak 0x20, EFI_TIMEOUT"), Failing.npos)
+        << Failing;
+    EXPECT_NE(Failing.find("from SetMcaCloakCfg to uncloak Processor 1 Bank 5"), Failing.npos) << Failing;
+    EXPECT_EQ(Failing.find("JRV RAS SMM driver entry"), Failing.npos);
 }
 
 TEST_F(Commands, ExitStatusesAndTheSummaryOfManyFiles) {
     const fs::path Good = Write("good", Passing);
     const fs::path Bad = Write("missed", std::string(Passing) + "never: [mce: {}]\n");
     const fs::path Broken = Write("broken", "name: broken\nabout: x\nstep: []\n");
-    EXPECT_EQ(Run({.Files = {Bad}}), 1);
+    EXPECT_EQ(RunTool({.Files = {Bad}}), 1);
     EXPECT_NE(Out.str().find("missed " + Bad.string() + ":6:9: mce: {} must never come"), std::string::npos)
         << Out.str();
-    EXPECT_EQ(Run({.Files = {Broken}}), 2);
+    EXPECT_EQ(RunTool({.Files = {Broken}}), 2);
     EXPECT_TRUE(Errors.str().starts_with(Broken.string() + ":3:1: unknown key \"step\"")) << Errors.str();
-    EXPECT_EQ(Run({.Files = {Folder / "absent.yaml"}}), 2);
-    EXPECT_EQ(Run({.Files = {Good, Bad}}), 1);
+    EXPECT_EQ(RunTool({.Files = {Folder / "absent.yaml"}}), 2);
+    EXPECT_EQ(RunTool({.Files = {Good, Bad}}), 1);
     EXPECT_NE(Out.str().find("2 scenarios: 1 as expected, 1 missed, 0 not understood"), std::string::npos);
-    EXPECT_EQ(Run({.Files = {Good, Bad, Broken}}), 2);
+    EXPECT_EQ(RunTool({.Files = {Good, Bad, Broken}}), 2);
     EXPECT_NE(Out.str().find("3 scenarios: 1 as expected, 1 missed, 1 not understood"), std::string::npos);
-    EXPECT_EQ(Run({.Files = {Good}, .Out = Good / "below-a-file"}), 2);
-    EXPECT_EQ(Run({.Files = {Good, Good}, .Out = Folder / "out"}), 2) << "two scenarios of one name share no folder";
+    EXPECT_EQ(RunTool({.Files = {Good}, .Out = Good / "below-a-file"}), 2);
+    EXPECT_EQ(RunTool({.Files = {Good, Good}, .Out = Folder / "out"}), 2)
+        << "two scenarios of one name share no folder";
 }
 
 TEST_F(Commands, OutLeavesWhatTheDecoderReads) {
     const fs::path Out1 = Folder / "out";
     fs::create_directories(Out1 / "records");
     std::ofstream(Out1 / "records" / "0009.cper") << "of an earlier run";
-    ASSERT_EQ(Run({.Files = {Write("fatal", Passing)}, .Out = Out1}), 0);
+    ASSERT_EQ(RunTool({.Files = {Write("fatal", Passing)}, .Out = Out1}), 0);
     EXPECT_FALSE(fs::exists(Out1 / "records" / "0009.cper"));
     EXPECT_EQ(fs::file_size(Out1 / "sel.raw"), 33u * 16);
     EXPECT_GT(fs::file_size(Out1 / "ghes.bin"), 20u);
@@ -130,13 +137,13 @@ TEST_F(Commands, OutLeavesWhatTheDecoderReads) {
     }
 
     const fs::path Many = Folder / "many";
-    ASSERT_EQ(Run({.Files = {Write("one", Passing), Write("two", Passing)}, .Out = Many}), 0);
+    ASSERT_EQ(RunTool({.Files = {Write("one", Passing), Write("two", Passing)}, .Out = Many}), 0);
     EXPECT_TRUE(fs::exists(Many / "one" / "sel.raw") && fs::exists(Many / "two" / "records" / "0001.cper"));
 }
 
 TEST_F(Commands, JsonIsOneDocument) {
     const fs::path Good = Write("good", Passing);
-    EXPECT_EQ(Run({.Files = {Good, Write("missed", std::string(Passing) + "kept: 3\n")}, .Json = true}), 1);
+    EXPECT_EQ(RunTool({.Files = {Good, Write("missed", std::string(Passing) + "kept: 3\n")}, .Json = true}), 1);
     const nlohmann::json Document = nlohmann::json::parse(Out.str());
     ASSERT_EQ(Document.size(), 2u);
     EXPECT_EQ(Document[0]["as-expected"], true);
