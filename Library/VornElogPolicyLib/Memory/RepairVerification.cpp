@@ -2,6 +2,7 @@
 
 #include "Include/DramAddress.h"
 #include "Include/McaErrorInfo.h"
+#include "Include/MemorySlots.h"
 #include "Include/UmcRegisters.h"
 #include "Library/RasLib/FabricTopology.h"
 #include "Library/RasLib/Globals.h"
@@ -32,9 +33,9 @@ static bool FindUmc(const RUNTIME_PPR_CHECK_ENTRY& Entry, UMC_CHANNEL* pUmc) {
     UINT8 Bus = 0;
     UINT8 Segment = 0;
     const EFI_STATUS Status = AcquireIoHubSSecSegBusNum(mRbBusMap, Entry.Socket, 0, 0, &Bus, &Segment);
-    if (EFI_ERROR(Status)) {
-        Trace(DEBUG_ERROR, "[RAS Runtime PPR]%a: ERROR %r finding IO hub 0 of socket %d\n", __func__, Status,
-              Entry.Socket);
+    if (EFI_ERROR(Status) || Entry.UmcChannel >= MAX_UMC_CHANNELS) {
+        Trace(DEBUG_ERROR, "[RAS Runtime PPR]%a: ERROR %r finding UMC channel %d of socket %d\n", __func__, Status,
+              Entry.UmcChannel, Entry.Socket);
         return false;
     }
     *pUmc = {SmnSegBus(Segment, Bus), Entry.UmcChannel};

@@ -10,6 +10,8 @@ namespace {
 KYR_STATE UINT16
     mUmcCeccErrorCount[MAX_SOCKETS][MAX_UMC_CHANNELS][UMC_SUB_CHANNELS][UMC_CHIP_SELECTS][UMC_RANK_MULTIPLIERS] = {};
 
+constexpr UINT64 SILENT = 0;  // the level of no trace
+
 constexpr UINT8 CHIP_SELECTS_PER_DIMM = UMC_CHIP_SELECTS / MAX_DIMMS_PER_CHANNEL;
 
 // NULL for a counter that no machine has.
@@ -52,17 +54,20 @@ void VornSetPrivateDataUmcCeccErrorCounter(UINT64 Level, UINT8 Socket, UINT8 Umc
               Socket, UmcChannel, SubChannel, ChipSelect, RankMul, *pCounter);
         return;
     }
-    Trace(Level,
-          "%a: mUmcCeccErrorCount[PspSocket %d][PspChannel %2d][SubCh %d][ChipSelect %d][RankMul %d] = 0x%04x\n",
-          Socket, UmcChannel, SubChannel, ChipSelect, RankMul, Value);
+    if (*pCounter != Value) {
+        Trace(Level,
+              "%a: mUmcCeccErrorCount[PspSocket %d][PspChannel %2d][SubCh %d][ChipSelect %d][RankMul %d] = 0x%04x\n",
+              Socket, UmcChannel, SubChannel, ChipSelect, RankMul, Value);
+    }
     *pCounter = Value;
 }
 
 void VornSetPrivateDataUmcCeccErrorCounterPerChipSelect(UINT64 Level, UINT8 Socket, UINT8 UmcChannel,
                                                         UINT8 ChipSelect, UINT16 Value) {
+    Trace(Level, "%a: PspSocket %d PspChannel %2d ChipSelect %d = 0x%04x\n", Socket, UmcChannel, ChipSelect, Value);
     for (UINT8 SubChannel = 0; SubChannel < UMC_SUB_CHANNELS; SubChannel++) {
         for (UINT8 RankMul = 0; RankMul < UMC_RANK_MULTIPLIERS; RankMul++) {
-            VornSetPrivateDataUmcCeccErrorCounter(Level, Socket, UmcChannel, SubChannel, ChipSelect, RankMul, Value);
+            VornSetPrivateDataUmcCeccErrorCounter(SILENT, Socket, UmcChannel, SubChannel, ChipSelect, RankMul, Value);
         }
     }
 }
@@ -79,14 +84,10 @@ void VornSetPrivateDataUmcCeccErrorCounterPerDimm(UINT64 Level, UINT8 Socket, UI
     }
 }
 
-UINT16 VornGetPrivateDataUmcCeccErrorCounter(UINT64 Level, UINT8 Socket, UINT8 UmcChannel, UINT8 SubChannel,
+UINT16 VornGetPrivateDataUmcCeccErrorCounter(UINT64, UINT8 Socket, UINT8 UmcChannel, UINT8 SubChannel,
                                              UINT8 ChipSelect, UINT8 RankMul) {
     const UINT16* const pCounter = ShadowCounter(Socket, UmcChannel, SubChannel, ChipSelect, RankMul);
-    if (pCounter == nullptr) {
-        return UMC_COUNTER_INVALID;
-    }
-    VornDisplayPrivateDataUmcCeccErrorCounter(Level, Socket, UmcChannel, SubChannel, ChipSelect, RankMul);
-    return *pCounter;
+    return pCounter == nullptr ? UMC_COUNTER_INVALID : *pCounter;
 }
 
 void VornGetPrivateDataUmcCeccErrorCounterPerChipSelect(UINT64 Level, UINT8 Socket, UINT8 UmcChannel,
@@ -101,6 +102,8 @@ void VornGetPrivateDataUmcCeccErrorCounterPerChipSelect(UINT64 Level, UINT8 Sock
             }
         }
     }
+    Trace(Level, "%a: PspSocket %d PspChannel %2d ChipSelect %d => 0x%04x\n", Socket, UmcChannel, ChipSelect,
+          *pErrorCount);
 }
 
 void VornDisplayPrivateDataUmcCeccErrorCounter(UINT64 Level, UINT8 Socket, UINT8 UmcChannel, UINT8 SubChannel,
