@@ -28,6 +28,31 @@ struct OemThresholdEntry {
     std::uint16_t Misc1 = 0;
 };
 
+// What is different about one DIMM slot.
+struct DimmSlotSetting {
+    unsigned Socket = 0;
+    unsigned Channel = 0;
+    unsigned Dimm = 0;  // on the channel
+    bool Populated = true;
+    bool Enabled = true;  // a disabled DIMM is there, but no address leads to it
+    std::optional<unsigned> Threshold;
+    std::optional<unsigned> Ranks;
+    std::optional<unsigned> RowBits;
+    std::optional<std::string> Label;
+};
+
+// Memory behind the controllers' channels. Channels and DIMMs on them are counted in Configuration.
+struct DramSettings {
+    unsigned DimmThreshold = 100;  // corrected errors that foretell a DIMM's failure
+    unsigned RanksPerDimm = 2;     // 1 or 2
+    unsigned RowBits = 16;         // 10 to 18
+    unsigned RankMulBits = 0;      // 2^n ranks in a stack behind one chip select, n up to 3
+    unsigned DeviceWidth = 4;      // DQ lines of a DRAM device: 4 or 8
+    bool PatrolScrubber = false;   // on at boot
+    std::uint64_t ScrubRate = 64;  // bytes that the patrol scrubber walks in a microsecond; 0: it stands still
+    std::vector<DimmSlotSetting> Slots;
+};
+
 struct Configuration {
     unsigned Sockets = 2;
     unsigned CoresPerSocket = 4;
@@ -35,6 +60,8 @@ struct Configuration {
     unsigned BanksPerProcessor = 32;  // at most 64
     unsigned ChannelsPerSocket = 12;
     unsigned DimmsPerChannel = 2;
+    DramSettings Dram;
+    unsigned OemRasInstances = 1;  // who wants to hear of runtime repairs; at most 4
     unsigned RootComplexesPerSocket = 4;
     unsigned PciSegments = 1;  // 2: the second socket's root complexes lie in segment 1
     std::string Clock = "2026-11-24 12:00:00";

@@ -28,6 +28,7 @@ Machine::Machine(const Configuration& Settings, Journal& Journal)
     BuildProcessors();
     BuildFabricAndPci();
     BuildMmio();
+    Memory = std::make_unique<MemorySystem>(*this);
     TheMachine = this;
 }
 
@@ -73,6 +74,21 @@ void Machine::LogMachineCheck(const MachineCheck& Error) {
     if (Outcome.DeferredInterrupt == 1) {
         Interrupt("deferred");
     }
+    switch (Memory->CountLogged(Target.Location().Socket, Target.Bank(Error.Bank).Read(MCA_IPID), Error)) {
+        case ECC_INTERRUPT_SMI:
+            Target.SmiSources |= LocalSmiStatus::SmiSrcMca::Of(1) | LocalSmiStatus::SmiSrcLvtExt::Of(1);
+            break;
+        case ECC_INTERRUPT_OS:
+            Interrupt("ecc-counter");
+            break;
+        default:
+            break;
+    }
+}
+
+void Machine::Advance(std::uint64_t Microseconds) {
+    Time += Microseconds;
+    Memory->Advance(Microseconds);
 }
 
 std::uint64_t Machine::OsReadMsr(unsigned Number, std::uint32_t Msr) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "Simulator/Machine/FabricRegisters.h"
 #include "Simulator/Machine/Fault.h"
 #include "Simulator/Machine/MachineCheck.h"
+#include "Simulator/Machine/MemorySystem.h"
 #include "Simulator/Machine/MmioSpace.h"
 #include "Simulator/Machine/PciSpace.h"
 #include "Simulator/Machine/Processor.h"
@@ -61,6 +63,9 @@ class Machine {
     MmioSpace& Mmio() {
         return MmioRegisters;
     }
+    MemorySystem& Dram() {
+        return *Memory;
+    }
     FabricRegisters& Fabric() {
         return FabricRegisterFile;
     }
@@ -72,9 +77,8 @@ class Machine {
     std::uint64_t Now() const {
         return Time;
     }
-    void Advance(std::uint64_t Microseconds) {
-        Time += Microseconds;
-    }
+    // Time passes, and what works by itself works on.
+    void Advance(std::uint64_t Microseconds);
 
     // Hardware logs an error. An exception or interrupt that is the operating system's reaches it at once.
     // Throws std::invalid_argument for a processor, a bank or a status that cannot be.
@@ -136,6 +140,7 @@ class Machine {
     PciSpace PciFunctions;
     MmioSpace MmioRegisters;
     FabricRegisters FabricRegisterFile;
+    std::unique_ptr<MemorySystem> Memory;
     std::uint64_t Time = 0;
     unsigned Running = 0;
     std::string Serial;

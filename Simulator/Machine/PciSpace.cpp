@@ -1,6 +1,7 @@
 #include "Simulator/Machine/PciSpace.h"
 
 #include <cstring>
+#include <iterator>
 
 #include "Platform/Constants.h"
 
@@ -42,12 +43,27 @@ void PciFunction::SetWritable(unsigned Offset, unsigned Width, std::uint32_t Mas
     std::memcpy(WriteMask.data() + Offset, &Mask, Width);
 }
 
+SmnSpace::DeviceRegister SmnSpace::FindDevice(std::uint32_t Address) const {
+    const auto Next = Devices.upper_bound(Address);
+    if (Next == Devices.begin()) {
+        return {};
+    }
+    const auto& [Base, Range] = *std::prev(Next);
+    return Address - Base < Range.Size ? DeviceRegister{Range.Device, Address - Base} : DeviceRegister{};
+}
+
 std::optional<std::uint32_t> SmnSpace::Read(std::uint32_t Address) const {
+    if (const DeviceRegister Target = FindDevice(Address); Target.Device != nullptr) {
+        return Target.Device->Read(Target.Register);
+    }
     const auto Found = Registers.find(Address);
     return Found == Registers.end() ? std::nullopt : std::optional(Found->second);
 }
 
 bool SmnSpace::Write(std::uint32_t Address, std::uint32_t Value) {
+    if (const DeviceRegister Target = FindDevice(Address); Target.Device != nullptr) {
+        return Target.Device->Write(Target.Register, Value);
+    }
     const auto Found = Registers.find(Address);
     if (Found == Registers.end()) {
         return false;

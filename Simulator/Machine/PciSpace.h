@@ -38,9 +38,22 @@ class PciFunction {
     std::array<std::uint8_t, 4096> WriteMask{};
 };
 
+// A block of registers that does more than remember. Register: bytes from the block's start.
+class SmnDevice {
+ public:
+    virtual ~SmnDevice() = default;
+    // Nothing, or false, for a register that does not exist.
+    virtual std::optional<std::uint32_t> Read(std::uint32_t Register) const = 0;
+    virtual bool Write(std::uint32_t Register, std::uint32_t Value) = 0;
+};
+
 // Registers on the system management network of one root complex; only those that were mapped exist.
 class SmnSpace {
  public:
+    // The device must outlive the space.
+    void MapDevice(std::uint32_t Base, std::uint32_t Size, SmnDevice& Device) {
+        Devices[Base] = {Size, &Device};
+    }
     void Map(std::uint32_t Address, std::uint32_t Value) {
         Registers[Address] = Value;
     }
@@ -49,7 +62,18 @@ class SmnSpace {
     bool Write(std::uint32_t Address, std::uint32_t Value);
 
  private:
+    struct DeviceRange {
+        std::uint32_t Size = 0;
+        SmnDevice* Device = nullptr;
+    };
+    struct DeviceRegister {
+        SmnDevice* Device = nullptr;  // nullptr where no device lies
+        std::uint32_t Register = 0;
+    };
+    DeviceRegister FindDevice(std::uint32_t Address) const;
+
     std::unordered_map<std::uint32_t, std::uint32_t> Registers;
+    std::map<std::uint32_t, DeviceRange> Devices;  // by base
 };
 
 // Device 0, function 0 of a root complex's base bus. The machine serves its SMN data register: an access there is

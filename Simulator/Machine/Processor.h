@@ -36,6 +36,9 @@ class Processor {
     McaBank& Bank(unsigned Number) {
         return Banks[Number];
     }
+    const McaBank& Bank(unsigned Number) const {
+        return Banks[Number];
+    }
 
     // The registers as SMM sees them. Nothing for a register that does not exist.
     std::optional<std::uint64_t> ReadMsr(std::uint32_t Msr) const;
