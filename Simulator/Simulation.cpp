@@ -49,6 +49,24 @@ void Simulation::Wait(std::uint64_t Microseconds) {
     Everything->Hardware.Advance(Microseconds);
 }
 
+void Simulation::InjectMemoryError(const MemoryError& Error, std::uint64_t Count) {
+    Everything->Hardware.Dram().Inject(Error, Count);
+}
+
+void Simulation::PinTranslation(const ChannelAddress& Where, const std::optional<PinnedTranslation>& To) {
+    Everything->Platform.Dram.Pin(Where, To);
+}
+
+EFI_STATUS Simulation::FinishRuntimeRepair(const RepairOutcome& Outcome) {
+    Simulator::Firmware& Here = Everything->Platform;
+    if (!Here.Repair.FinishRuntime(Outcome)) {
+        return EFI_NOT_STARTED;
+    }
+    const EFI_STATUS Status = Outcome.Signals ? Here.RaisePspSmi(Outcome.Status) : EFI_SUCCESS;
+    Everything->Hardware.ThrowPendingFault();
+    return Status;
+}
+
 std::uint64_t Simulation::OsReadMsr(unsigned Processor, std::uint32_t Msr) {
     return Everything->Hardware.OsReadMsr(Processor, Msr);
 }

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "Simulator/Configuration.h"
+#include "Simulator/Firmware/MemoryRepair.h"
+#include "Simulator/Firmware/MemoryService.h"
 #include "Simulator/Firmware/Pool.h"
 #include "Simulator/Journal/Journal.h"
 #include "Simulator/Machine/AccessStatistics.h"
@@ -44,6 +46,13 @@ class Simulation {
     // Throws std::invalid_argument for a kind that the machine does not have.
     void RaiseSmi(std::string_view Kind);
     void Wait(std::uint64_t Microseconds);
+    // A line of DRAM errs, Count times. Throws std::invalid_argument for a place that no enabled DIMM has.
+    void InjectMemoryError(const MemoryError& Error, std::uint64_t Count);
+    // From now on an address of a channel translates as given, or not at all.
+    void PinTranslation(const ChannelAddress& Where, const std::optional<PinnedTranslation>& To);
+    // The PSP ends the repairs that it was given and raises its SMI, if it signals. The status of the SMI's handler;
+    // EFI_NOT_STARTED when the PSP has nothing to do.
+    EFI_STATUS FinishRuntimeRepair(const RepairOutcome& Outcome);
     // The OS reads or writes an MSR; a write to a trapped register enters SMM and comes back.
     std::uint64_t OsReadMsr(unsigned Processor, std::uint32_t Msr);
     void OsWriteMsr(unsigned Processor, std::uint32_t Msr, std::uint64_t Value);

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "Platform/Guids.h"
+#include "Platform/Protocol/RuntimePpr.h"
 #include "Simulator/Firmware/DriverImage.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/ServiceTables.h"
@@ -79,9 +80,18 @@ void InstallStage(Firmware& Here, Stage When) {
         auto& Target = Row.Where == Database::Boot ? Here.BootProtocols : Here.SmmProtocols;
         Target.Install(&Handle, Row.Guid, Row.Interface(Here));
     }
+    if (When == Stage::BeforeDriver && !Here.Settings.Missing.contains(GuidName(gKyrJrvRasOemSmmProtocolGuid))) {
+        for (unsigned Instance = 0; Instance < Here.Settings.OemRasInstances; Instance++) {
+            EFI_HANDLE Handle = nullptr;
+            Here.SmmProtocols.Install(&Handle, gKyrJrvRasOemSmmProtocolGuid, OemRasTable(Instance));
+        }
+    }
 }
 
 bool IsInstallable(const std::string& Name) {
+    if (GuidName(gKyrJrvRasOemSmmProtocolGuid) == Name) {
+        return true;
+    }
     for (const ProtocolRow& Row : PROTOCOLS) {
         if (GuidName(Row.Guid) == Name) {
             return true;
@@ -114,10 +124,15 @@ Firmware::Firmware(const Configuration& Configured, Simulator::Machine& Machine)
       SmmPool(Configured.FailAllocation, Configured.CheckPool),
       Data(Configured, Machine),
       Ras(Machine, Data.Apei),
+      Dram(Machine),
+      Repair(Machine),
       Events(Machine),
       Apei(Machine),
       SilentProcessors(Configured.SilentProcessors),
       Published(std::make_unique<Tables>(Machine)) {
+    if (Settings.OemRasInstances > OEM_RAS_INSTANCES_MAX) {
+        throw std::invalid_argument("at most 4 OEM RAS instances");
+    }
     for (const std::string& Name : Settings.Missing) {
         if (!IsInstallable(Name)) {
             throw std::invalid_argument("\"" + Name + "\" is no protocol of the firmware");
@@ -176,6 +191,19 @@ std::uint64_t Firmware::MachineCheckSmiValue() const {
     const std::uint32_t Cycle = Ras.SmiTrigIoCycle();
     const bool ReachesFch = (Cycle & CYCLE_ENABLED) != 0 && (Cycle & 0xFFFF) == Data.Apei.SwSmiCmdPortAddr;
     return ReachesFch ? Cycle >> 16 & 0xFF : 0x100;
+}
+
+EFI_STATUS Firmware::RaisePspSmi(UINT32 RepairStatus) {
+    return RunSmi("psp", [&] {
+        void* Interface = nullptr;
+        DispatchResult Result;
+        if (SmmProtocols.Locate(gKyrRuntimePprServiceSmmProtocolGuid, &Interface) == EFI_SUCCESS) {
+            Result.Handlers = 1;
+            Result.Status =
+                static_cast<KYR_RUNTIME_PPR_SERVICE_SMM_PROTOCOL*>(Interface)->PspRuntimePprCompletion(&RepairStatus);
+        }
+        return Result;
+    });
 }
 
 void Firmware::EnterSmm(std::string_view Kind) {

@@ -11,6 +11,8 @@
 #include "Simulator/Configuration.h"
 #include "Simulator/Firmware/ApeiLogging.h"
 #include "Simulator/Firmware/EventLog.h"
+#include "Simulator/Firmware/MemoryRepair.h"
+#include "Simulator/Firmware/MemoryService.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/PlatformData.h"
 #include "Simulator/Firmware/Pool.h"
@@ -56,6 +58,8 @@ class Firmware {
     }
     // The software SMI that the IO cycle of the RAS service raises; 0x100 while none is programmed.
     std::uint64_t MachineCheckSmiValue() const;
+    // The PSP raises its SMI with this status: whoever serves it while memory is repaired at run time is called.
+    EFI_STATUS RaisePspSmi(UINT32 RepairStatus);
     // SMIs since power-on.
     std::uint64_t SmiCount() const {
         return Smis;
@@ -70,6 +74,8 @@ class Firmware {
     ProtocolDatabase SmmProtocols;
     SmiDispatch Dispatch;
     RasService Ras;
+    MemoryService Dram;
+    MemoryRepair Repair;
     EventLog Events;
     ApeiLogging Apei;
     std::set<unsigned> SilentProcessors;

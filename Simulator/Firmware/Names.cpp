@@ -47,6 +47,8 @@ const NamedGuid GUIDS[] = {
     NAMED(gVornMemoryInterfaceMemorySmmProtocolGuid),
     NAMED(gEfiVornApeiLoggingSmmProtocolGuid),
     NAMED(gVornKyrMemoryPPRSmmProtocolGuid),
+    NAMED(gKyrRuntimePprServiceSmmProtocolGuid),
+    NAMED(gKyrJrvRasOemSmmProtocolGuid),
     NAMED(gVornPciSlotDataSmmProtocolGuid),
     NAMED(gVornRasDxeSmiStormScalingDataHoistToSmram),
 };

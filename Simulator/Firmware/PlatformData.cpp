@@ -43,7 +43,6 @@ constexpr char CXL_SW_SMI_FIELD[] = "CxlSwSmiValue";  // lies in the CXL policy 
 
 constexpr std::size_t RAS_ACPI_DATA_SIZE = 4096;
 constexpr std::size_t PSP_MAILBOX_BUFFER_SIZE = 4096;
-constexpr UINT32 DIMM_ERROR_THRESHOLD = 100;
 
 }  // namespace
 
@@ -143,15 +142,13 @@ void PlatformData::BuildThresholdMap(const Configuration& Settings) {
 // Labels count a socket's slots by channel, then by DIMM on it: A1 to A24 on the first socket, B1 to B24 on the
 // second.
 void PlatformData::BuildSlots(const Configuration& Settings) {
-    if (Settings.ChannelsPerSocket > 12 || Settings.DimmsPerChannel > 2) {
-        throw std::invalid_argument("at most 12 channels a socket and 2 DIMMs a channel");
-    }
     Labels.reserve(Settings.Sockets * Settings.ChannelsPerSocket * Settings.DimmsPerChannel);
     for (unsigned Socket = 0; Socket < Settings.Sockets; Socket++) {
         for (unsigned Channel = 0; Channel < Settings.ChannelsPerSocket; Channel++) {
             for (unsigned Dimm = 0; Dimm < Settings.DimmsPerChannel; Dimm++) {
-                const std::string Label =
-                    fmt::format("{}{}", "AB"[Socket], Channel * Settings.DimmsPerChannel + Dimm + 1);
+                const DimmSlotSetting Wanted = SlotSetting(Settings, Socket, Channel, Dimm);
+                const std::string Label = Wanted.Label.value_or(
+                    fmt::format("{}{}", "AB"[Socket], Channel * Settings.DimmsPerChannel + Dimm + 1));
                 Labels.emplace_back(Label.begin(), Label.end());
                 DIMM_MAP_ENTRY Entry{};
                 Entry.Socket = static_cast<UINT8>(Socket);
@@ -160,12 +157,12 @@ void PlatformData::BuildSlots(const Configuration& Settings) {
                 Entry.Label = Labels.back().c_str();
                 DimmMap.push_back(Entry);
                 VORN_MEMORY_SLOT_INFO Slot{};
-                Slot.Populated = 1;
-                Slot.Enabled = 1;
+                Slot.Populated = Wanted.Populated ? 1 : 0;
+                Slot.Enabled = Wanted.Populated && Wanted.Enabled ? 1 : 0;
                 Slot.Socket = Entry.Socket;
                 Slot.UmcChannel = Entry.UmcChannel;
                 Slot.Dimm = Entry.Dimm;
-                Slot.ThresholdCount = DIMM_ERROR_THRESHOLD;
+                Slot.ThresholdCount = *Wanted.Threshold;
                 SlotInfo.push_back(Slot);
             }
         }

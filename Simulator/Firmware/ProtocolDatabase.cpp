@@ -48,6 +48,27 @@ EFI_STATUS ProtocolDatabase::Locate(const EFI_GUID& Protocol, void** Interface) 
     return EFI_NOT_FOUND;
 }
 
+EFI_STATUS ProtocolDatabase::OnHandle(EFI_HANDLE Handle, const EFI_GUID& Protocol, void** Interface) const {
+    for (const Installed& One : Protocols) {
+        if (One.Handle == Handle && IsGuidEqual(One.Protocol, Protocol)) {
+            *Interface = One.Interface;
+            return EFI_SUCCESS;
+        }
+    }
+    *Interface = nullptr;
+    return EFI_UNSUPPORTED;
+}
+
+std::vector<EFI_HANDLE> ProtocolDatabase::HandlesOf(const EFI_GUID& Protocol) const {
+    std::vector<EFI_HANDLE> Handles;
+    for (const Installed& One : Protocols) {
+        if (IsGuidEqual(One.Protocol, Protocol)) {
+            Handles.push_back(One.Handle);
+        }
+    }
+    return Handles;
+}
+
 EFI_STATUS ProtocolDatabase::RegisterNotify(const EFI_GUID& Protocol, EFI_SMM_NOTIFY_FN Function,
                                             void** Registration) {
     Notifications.push_back({Protocol, Function, NextNumber});

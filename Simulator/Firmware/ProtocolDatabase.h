@@ -20,6 +20,11 @@ class ProtocolDatabase {
     // EFI_NOT_FOUND, with *Interface NULL, when there is no instance.
     EFI_STATUS Locate(const EFI_GUID& Protocol, void** Interface) const;
 
+    // EFI_UNSUPPORTED when the handle has no such protocol.
+    EFI_STATUS OnHandle(EFI_HANDLE Handle, const EFI_GUID& Protocol, void** Interface) const;
+    // Handles that have the protocol, in the order of their installation.
+    std::vector<EFI_HANDLE> HandlesOf(const EFI_GUID& Protocol) const;
+
     // Only installations that come later are told.
     EFI_STATUS RegisterNotify(const EFI_GUID& Protocol, EFI_SMM_NOTIFY_FN Function, void** Registration);
     EFI_STATUS UnregisterNotify(const EFI_GUID& Protocol, void* Registration);

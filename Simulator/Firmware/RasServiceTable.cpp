@@ -111,8 +111,61 @@ Json DisableArguments(const MCA_THRESHOLD_DISABLE_REQUEST* Request) {
                 {"threshold-type", Hex(Request->ThresholdType)}};
 }
 
-// Members that reach into the memory controllers and DRAM: this machine models neither.
-constexpr auto NO_MEMORY_CONTROLLERS = [] { return EFI_UNSUPPORTED; };
+MemoryService& Dram() {
+    return Firmware::Current().Dram;
+}
+
+Json CounterArguments(UINT8 Socket, UINT8 Channel, const UmcEccErrCntRegInitData* Start) {
+    Json Fields{{"socket", Hex(Socket)}, {"channel", Hex(Channel)}};
+    if (Start != nullptr) {
+        Fields["start"] = Hex(Start->EccErrCnt);
+    }
+    return Fields;
+}
+
+EFI_STATUS StartCounters(UINT8 Socket, UINT8 Channel, UINT8 Dimm, const UmcEccErrCntRegInitData* Start) {
+    return ServeChange(
+        Member::CorrectedErrorCounterPerDimm,
+        [&] {
+            Json Fields = CounterArguments(Socket, Channel, Start);
+            Fields["dimm"] = Hex(Dimm);
+            return Fields;
+        },
+        [&] { return Dram().StartCounters(Socket, Channel, Dimm, Start); });
+}
+
+EFI_STATUS StartCounter(UINT8 Socket, UINT8 Channel, UINT8 SubChannel, UINT8 ChipSelect, UINT8 RankMul,
+                        const UmcEccErrCntRegInitData* Start) {
+    return ServeChange(
+        Member::CorrectedErrorCounterIndividual,
+        [&] {
+            Json Fields = CounterArguments(Socket, Channel, Start);
+            Fields["sub-channel"] = Hex(SubChannel);
+            Fields["chip-select"] = Hex(ChipSelect);
+            Fields["rank-multiplier"] = Hex(RankMul);
+            return Fields;
+        },
+        [&] {
+            return Dram().StartCounter(Socket, Channel, {SubChannel, ChipSelect, RankMul}, Start);
+        });
+}
+
+EFI_STATUS StopCounterInterrupts(UINT8 Socket, UINT8 Channel, UINT8 Dimm) {
+    return ServeChange(
+        Member::CorrectedErrorCounterPerDimmDisable,
+        [&] {
+            Json Fields = CounterArguments(Socket, Channel, nullptr);
+            Fields["dimm"] = Hex(Dimm);
+            return Fields;
+        },
+        [&] { return Dram().StopCounterInterrupts(Socket, Channel, Dimm); });
+}
+
+EFI_STATUS MapSymbol(const KYR_RAS_SERVICE_SMM_PROTOCOL*, const RasMcaErrorInfo* Info, const NORMALIZED_ADDRESS*,
+                     UINT8 BankIndex, UINT32* First, UINT32* Last, UINT8*) {
+    return Serve(Member::MapSymbolToDramDevice,
+                 [&] { return Dram().MapSymbolToDramDevice(Info, BankIndex, First, Last); });
+}
 
 }  // namespace
 
@@ -125,14 +178,15 @@ KYR_RAS_SERVICE_SMM_PROTOCOL* RasServiceTable() {
         [](LOCAL_SMI_STATUS* List) {
             return Serve(Member::GetAllLocalSmiStatus, [&] { return Ras().GetAllLocalSmiStatus(List); });
         },
-        [](UINT8, UINT8, UINT8, const DRAM_ADDRESS*, NORMALIZED_ADDRESS* Address) {
-            Serve(Member::DramToNormalized, NO_MEMORY_CONTROLLERS);
-            if (Address != nullptr) {
-                Address->NormalizedAddress = NORMALIZED_ADDRESS_TRANSLATION_FAILED;
+        [](UINT8 Socket, UINT8 Die, UINT8 Channel, const DRAM_ADDRESS* From, NORMALIZED_ADDRESS* To) {
+            if (Firmware::Current().Faults.OnCall(Member::DramToNormalized)) {
+                From = nullptr;  // no DRAM address translates
             }
+            Dram().DramToNormalized(Socket, Die, Channel, From, To);
         },
-        [](const NORMALIZED_ADDRESS*, UINT64*, DIMM_INFO*) {
-            return Serve(Member::NormalizedToDimmAddress, NO_MEMORY_CONTROLLERS);
+        [](const NORMALIZED_ADDRESS* From, UINT64* SystemAddress, DIMM_INFO* To) {
+            return Serve(Member::NormalizedToDimmAddress,
+                         [&] { return Dram().NormalizedToDimmAddress(From, SystemAddress, To); });
         },
         ExitType,
         [](UINTN ProcessorNumber, void** SaveState) {
@@ -168,16 +222,10 @@ KYR_RAS_SERVICE_SMM_PROTOCOL* RasServiceTable() {
                 Member::SetRasDiagnosticModeData, [] { return Json::object(); },
                 [] { return Ras().SetRasDiagnosticModeData(); });
         },
-        [](UINT8, UINT8, UINT8, const UmcEccErrCntRegInitData*) {
-            return Serve(Member::CorrectedErrorCounterPerDimm, NO_MEMORY_CONTROLLERS);
-        },
-        [](UINT8, UINT8, UINT8, UINT8, UINT8, const UmcEccErrCntRegInitData*) {
-            return Serve(Member::CorrectedErrorCounterIndividual, NO_MEMORY_CONTROLLERS);
-        },
-        [](UINT8, UINT8, UINT8) { return Serve(Member::CorrectedErrorCounterPerDimmDisable, NO_MEMORY_CONTROLLERS); },
-        [](const PROTOCOL*, const RasMcaErrorInfo*, const NORMALIZED_ADDRESS*, UINT8, UINT32*, UINT32*, UINT8*) {
-            return Serve(Member::MapSymbolToDramDevice, NO_MEMORY_CONTROLLERS);
-        },
+        StartCounters,
+        StartCounter,
+        StopCounterInterrupts,
+        MapSymbol,
     };
     return &Table;
 }

@@ -24,6 +24,8 @@ namespace Simulator {
     MEMBER(SmmUninstallProtocolInterface, "SmmUninstallProtocolInterface")                         \
     MEMBER(SmmRegisterProtocolNotify, "SmmRegisterProtocolNotify")                                 \
     MEMBER(SmmLocateProtocol, "SmmLocateProtocol")                                                 \
+    MEMBER(SmmHandleProtocol, "SmmHandleProtocol")                                                 \
+    MEMBER(SmmLocateHandle, "SmmLocateHandle")                                                     \
     MEMBER(SmiHandlerRegister, "SmiHandlerRegister")                                               \
     MEMBER(SmiHandlerUnRegister, "SmiHandlerUnRegister")                                           \
     MEMBER(InSmm, "InSmm")                                                                         \
@@ -84,6 +86,7 @@ namespace Simulator {
     MEMBER(VornPostPackageCreateEntry, "VornPostPackageCreateEntry")                               \
     MEMBER(VornPostPackageRepairUpdateToUefiVariable, "VornPostPackageRepairUpdateToUefiVariable") \
     MEMBER(VornRuntimePPRHandler, "VornRuntimePPRHandler")                                         \
+    MEMBER(RuntimePprResult, "RuntimePprResult")                                                   \
     MEMBER(GetSlotNumberData, "GetSlotNumberData")
 
 enum class Member : unsigned {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Platform/Protocol/RasService.h"
+#include "Platform/Protocol/RuntimePpr.h"
 #include "Platform/Protocol/SiliconServices.h"
 #include "Platform/Protocol/SmmBase2.h"
 #include "Platform/Protocol/SmmCpuService.h"
@@ -29,6 +30,8 @@ VORN_ATTRIBUTE_SMM_PROTOCOL* AttributeTable();
 VORN_MANUFACTURING_MODE_PROTOCOL* ManufacturingModeTable();
 VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterfaceTable();
 VORN_KYR_MEMORY_PPR_SMM_PROTOCOL* MemoryPprTable();
+inline constexpr unsigned OEM_RAS_INSTANCES_MAX = 4;
+KYR_JRV_RAS_OEM_SMM_PROTOCOL* OemRasTable(unsigned Instance);
 VORN_PCI_SLOT_DATA_SMM_PROTOCOL* PciSlotDataTable();
 
 VORN_ELOG_IPMI_SMM_PROTOCOL* ElogIpmiTable();

@@ -91,6 +91,36 @@ EFI_STATUS UninstallProtocol(EFI_HANDLE, const EFI_GUID* Protocol, void* Interfa
     });
 }
 
+EFI_STATUS HandleProtocol(EFI_HANDLE Handle, const EFI_GUID* Protocol, void** Interface) {
+    return Serve(Member::SmmHandleProtocol, [&] {
+        if (Protocol == nullptr || Interface == nullptr) {
+            return EFI_INVALID_PARAMETER;
+        }
+        return Current().SmmProtocols.OnHandle(Handle, *Protocol, Interface);
+    });
+}
+
+EFI_STATUS LocateHandle(EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Protocol, void*, UINTN* Size,
+                        EFI_HANDLE* Buffer) {
+    return Serve(Member::SmmLocateHandle, [&] {
+        if (Search != ByProtocol || Protocol == nullptr || Size == nullptr || (*Size != 0 && Buffer == nullptr)) {
+            return EFI_INVALID_PARAMETER;
+        }
+        const std::vector<EFI_HANDLE> Handles = Current().SmmProtocols.HandlesOf(*Protocol);
+        if (Handles.empty()) {
+            return EFI_NOT_FOUND;
+        }
+        const UINTN Needed = Handles.size() * sizeof(EFI_HANDLE);
+        const bool Fits = *Size >= Needed;
+        *Size = Needed;
+        if (!Fits) {
+            return EFI_BUFFER_TOO_SMALL;
+        }
+        std::memcpy(Buffer, Handles.data(), Needed);
+        return EFI_SUCCESS;
+    });
+}
+
 void NoteRegistration(bool Registered, const char* What, const EFI_GUID& Guid, EFI_STATUS Status) {
     if (Status == EFI_SUCCESS) {
         Current().Hardware.Note(Registered ? "register" : "unregister", [&] {
@@ -161,7 +191,9 @@ SystemTables::SystemTables(UINTN* SaveStateSizes, void** SaveStates, UINTN Proce
     Smm.CpuSaveState = SaveStates;
     Smm.SmmInstallProtocolInterface = InstallProtocol;
     Smm.SmmUninstallProtocolInterface = UninstallProtocol;
+    Smm.SmmHandleProtocol = HandleProtocol;
     Smm.SmmRegisterProtocolNotify = RegisterNotify;
+    Smm.SmmLocateHandle = LocateHandle;
     Smm.SmmLocateProtocol = Locate<Member::SmmLocateProtocol>;
     Smm.SmiHandlerRegister = HandlerRegister;
     Smm.SmiHandlerUnRegister = HandlerUnRegister;

@@ -1,4 +1,4 @@
-// The platform vendor's smaller services: setup attributes, manufacturing mode, DIMM slots, repair, PCI slots.
+// The platform vendor's smaller services: setup attributes, manufacturing mode, DIMM slots, PCI slots.
 #include <cstring>
 #include <string>
 
@@ -36,8 +36,6 @@ EFI_STATUS GetAttribute(const EFI_GUID* VendorGuid, const CHAR16* Name, UINTN* D
     }
     return EFI_NOT_FOUND;
 }
-
-constexpr auto NOT_ON_THIS_MACHINE = [] { return EFI_UNSUPPORTED; };
 
 }  // namespace
 
@@ -91,21 +89,6 @@ VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterfaceTable() {
                 return EFI_SUCCESS;
             });
         },
-    };
-    return &Table;
-}
-
-VORN_KYR_MEMORY_PPR_SMM_PROTOCOL* MemoryPprTable() {
-    static VORN_KYR_MEMORY_PPR_SMM_PROTOCOL Table{
-        [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN*) {
-            return Serve(Member::KyrPostPackageRepairSupported, NOT_ON_THIS_MACHINE);
-        },
-        [](const KYR_CHIPSET_SUPPORT_DATA*, UINT16, BOOLEAN, const RB_BUS_MAP*, BOOLEAN*) {
-            return Serve(Member::VornPostPackageCreateEntry, NOT_ON_THIS_MACHINE);
-        },
-        [] { return Serve(Member::VornPostPackageRepairUpdateToUefiVariable, NOT_ON_THIS_MACHINE); },
-        [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN*, UINT16, UINT8*, UINT8*, BOOLEAN, UINT32*, void*, void*, UINT8*,
-           UINT32*, void*) { return Serve(Member::VornRuntimePPRHandler, NOT_ON_THIS_MACHINE); },
     };
     return &Table;
 }
