@@ -14,6 +14,9 @@ struct HandlerCase {
     const char* Guid;
     std::uint64_t Needed;  // bytes that the handler takes
 };
+void PrintTo(const HandlerCase& One, std::ostream* Out) {
+    *Out << One.Guid;
+}
 
 const HandlerCase HANDLERS[] = {
     // The byte that is skipped, and one of message codes.

@@ -19,6 +19,9 @@ struct FailingCase {
     StoryOutcome Came;
     std::uint64_t Kept = KEPT_OF_DEFERRED;
 };
+void PrintTo(const FailingCase& One, std::ostream* Out) {
+    *Out << One.Member;
+}
 
 class FailingService : public testing::TestWithParam<FailingCase> {};
 
