@@ -11,6 +11,7 @@ run:
 	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
 	@$(BUILD)/release/ras-sim list
 	@$(BUILD)/release/ras-sim run Scenarios/demo.yaml --out out/demo
+	@$(BUILD)/release/ras-sim run Scenarios/demo-memory.yaml --out out/demo-memory
 
 test:
 	@Scripts/install-packages build test

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Simulator/Decode/Decoded.h"
+#include "Simulator/Decode/HealthEvent.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Scenario/PlainText.h"
 
@@ -77,6 +78,10 @@ std::string Field(const Event& One, const char* Name) {
     return Found == One.Fields.end() ? "" : Found->is_string() ? Found->get<std::string>() : Found->dump();
 }
 
+std::uint64_t Number(const Event& One, const char* Name) {
+    return ParseNumber(Field(One, Name)).value_or(0);
+}
+
 // ", EFI_..." where the event has a status that is no success.
 std::string FailureText(const Event& One) {
     const std::string Status = Field(One, "status");
@@ -115,14 +120,14 @@ class Narrator {
     void Tell(const Event& One) {
         using Teller = void (Narrator::*)(const Event&);
         static const std::map<std::string_view, Teller> Tellers = {
-            {"smi-enter", &Narrator::TellSources}, {"record", &Narrator::TellRecord},
-            {"service", &Narrator::TellService},   {"sel", &Narrator::TellSel},
-            {"sel-send", &Narrator::TellSelSend},  {"health", &Narrator::TellHealth},
-            {"ghes-log", &Narrator::TellGhesLog},  {"page-retire", &Narrator::TellOther},
-            {"sci", &Narrator::TellSignal},        {"nmi", &Narrator::TellSignal},
-            {"mce", &Narrator::TellSignal},        {"ppr", &Narrator::TellOther},
-            {"runtime-ppr", &Narrator::TellOther}, {"post-errors", &Narrator::TellOther},
-            {"alloc-fail", &Narrator::TellOther},  {"comm", &Narrator::TellOther},
+            {"smi-enter", &Narrator::TellSources},  {"record", &Narrator::TellRecord},
+            {"service", &Narrator::TellService},    {"sel", &Narrator::TellSel},
+            {"sel-send", &Narrator::TellSelSend},   {"health", &Narrator::TellHealth},
+            {"ghes-log", &Narrator::TellGhesLog},   {"page-retire", &Narrator::TellPageRetire},
+            {"sci", &Narrator::TellSignal},         {"nmi", &Narrator::TellSignal},
+            {"mce", &Narrator::TellSignal},         {"ppr", &Narrator::TellRepair},
+            {"runtime-ppr", &Narrator::TellRepair}, {"post-errors", &Narrator::TellOther},
+            {"alloc-fail", &Narrator::TellOther},   {"comm", &Narrator::TellOther},
         };
         const auto Found = Tellers.find(One.Kind);
         if (Found != Tellers.end()) {
@@ -190,7 +195,27 @@ class Narrator {
     }
 
     void TellHealth(const Event& One) {
-        Into.Row("BMC", "memory health", "kind " + Field(One, "kind") + FailureText(One));
+        const auto Bytes = ParseBytes(Field(One, "bytes")).value_or(std::vector<std::uint8_t>());
+        Into.Row("BMC", "memory health", DescribeHealthEvent(Bytes) + FailureText(One));
+    }
+
+    void TellPageRetire(const Event& One) {
+        Into.Row("GHES", "page retire",
+                 fmt::format("{}, {}, threshold {}", Field(One, "address"), Field(One, "fru"),
+                             ParseNumber(Field(One, "threshold")).value_or(0)));
+    }
+
+    // A row on its way to be repaired, or the end of the way.
+    void TellRepair(const Event& One) {
+        const bool AtRunTime = One.Kind == "runtime-ppr";
+        const std::string Detail =
+            One.Fields.contains("row")
+                ? fmt::format("socket {} channel {} chip select {} bank {} row {}", Number(One, "socket"),
+                              Number(One, "channel"), Number(One, "chip-select"), Number(One, "bank"),
+                              Field(One, "row"))
+                : fmt::format("status {}{}", Field(One, "status"),
+                              One.Fields.contains("bytes") ? ", rows " + Field(One, "bytes") : "");
+        Into.Row(AtRunTime ? "PSP" : "repair", Field(One, "phase"), Detail);
     }
 
     void TellGhesLog(const Event& One) {
