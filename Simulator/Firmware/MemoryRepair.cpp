@@ -28,6 +28,7 @@ RUNTIME_PPR_CHECK_ENTRY CheckEntryOf(const RepairEntry& Entry) {
     Check.NormalizedAddress = Entry.NormalizedAddress;
     Check.Socket = static_cast<UINT8>(Entry.Row.Socket);
     Check.UmcChannel = static_cast<UINT8>(Entry.Row.Channel);
+    Check.EntryType = Entry.EntryType;
     Check.ChipSelect = static_cast<UINT8>(Entry.Row.ChipSelect);
     Check.Bank = static_cast<UINT8>(Entry.Row.Bank);
     Check.RankMul = static_cast<UINT8>(Entry.Row.RankMul);
@@ -60,6 +61,7 @@ RepairEntry MemoryRepair::Describe(const KYR_CHIPSET_SUPPORT_DATA& Data, UINT16 
                  Info.Column};
     Entry.Cpu = Check.RasMcaErrorInfo.CpuInfo;
     Entry.McaBank = Bank.McaBankNumber;
+    Entry.EntryType = static_cast<std::uint8_t>(McaStatus::ErrorCodeExt::Get(Bank.McaStatus));
     Entry.NormalizedAddress = Check.NormalizedAddressInfo.NormalizedAddress;
     MemorySystem& Dram = Hardware.Dram();
     Entry.SystemAddress =

@@ -20,6 +20,7 @@ struct RepairEntry {
     DeviceRange Devices;
     CPU_INFO Cpu{};  // processor that logged the error
     std::uint64_t McaBank = 0;
+    std::uint8_t EntryType = 0;  // how the bank told the row: its ErrorCodeExt
     std::uint64_t SystemAddress = 0;
     std::uint64_t NormalizedAddress = 0;
     bool Stored = false;  // kept for the next boot
