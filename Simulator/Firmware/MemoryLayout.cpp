@@ -16,13 +16,14 @@ constexpr std::uint64_t MIB = 1 << 20;
 constexpr std::uint64_t COMMUNICATION_SIZE = MIB;
 constexpr std::uint64_t OUTSIDE_SIZE = MIB;
 constexpr std::uint64_t SMRAM_FRONT_SIZE = MIB;
+constexpr std::uint64_t FIRMWARE_DATA_SIZE = MIB;
 constexpr std::uint64_t POOL_SIZE = 4096 * MIB;  // reserved; pages come when they are touched
 
 // A wish only: runs of one process agree wherever the mapping lies, runs of two processes where it is granted.
 constexpr std::uint64_t PREFERRED_BASE = 0x200000000000;
 
 MemoryLayout Map() {
-    const std::uint64_t Total = COMMUNICATION_SIZE + OUTSIDE_SIZE + SMRAM_FRONT_SIZE + POOL_SIZE;
+    const std::uint64_t Total = COMMUNICATION_SIZE + OUTSIDE_SIZE + SMRAM_FRONT_SIZE + FIRMWARE_DATA_SIZE + POOL_SIZE;
     void* Base = mmap(reinterpret_cast<void*>(PREFERRED_BASE), Total, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (Base == MAP_FAILED) {
@@ -37,6 +38,7 @@ MemoryLayout Map() {
     Take(Layout.Communication, COMMUNICATION_SIZE);
     Take(Layout.Outside, OUTSIDE_SIZE);
     Take(Layout.SmramFront, SMRAM_FRONT_SIZE);
+    Take(Layout.FirmwareData, FIRMWARE_DATA_SIZE);
     Take(Layout.Pool, POOL_SIZE);
     return Layout;
 }

@@ -21,7 +21,8 @@ struct MemoryArea {
 struct MemoryLayout {
     MemoryArea Communication;  // a valid communication region
     MemoryArea Outside;        // memory of the OS that no communication buffer may come from; SMRAM follows it
-    MemoryArea SmramFront;     // SMRAM of the SMM core: nothing of the driver's lies there
+    MemoryArea SmramFront;     // SMRAM in which nothing lies
+    MemoryArea FirmwareData;   // SMRAM of the records that the firmware hands to the driver
     MemoryArea Pool;           // SMRAM that pool blocks come from
 };
 

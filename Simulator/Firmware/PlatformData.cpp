@@ -46,7 +46,17 @@ constexpr std::size_t PSP_MAILBOX_BUFFER_SIZE = 4096;
 
 }  // namespace
 
-PlatformData::PlatformData(const Configuration& Settings, const Machine& Hardware) : RasAcpiData(RAS_ACPI_DATA_SIZE) {
+PlatformData::PlatformData(const Configuration& Settings, const Machine& Hardware)
+    : Arena(Memory().FirmwareData),
+      Apei(Place<KYR_PLATFORM_APEI_DATA>()),
+      RasPolicy(Place<KYR_RAS_POLICY>()),
+      MemoryArray(Place<VORN_MEMORY_ARRAY>()),
+      PspMailbox(Place<PSP_MBOX_SMM_BUFFER_ADDRESS_PROTOCOL>()),
+      MemoryMap(Place<KYR_SMM_MEMORY_MAP_PROTOCOL>()),
+      CxlPolicy(Place<CXL_POLICY_DATA>()),
+      ThresholdTable(Place<OEM_MCA_THRESHOLD_MAP_TABLE>()),
+      PspMailboxFlag(Place<UINT8>()) {
+    RasAcpiData.resize(RAS_ACPI_DATA_SIZE);
     SetApeiFields(Settings);
     BuildProcessorMap(Hardware);
     BuildBusMap(Hardware);
@@ -176,17 +186,16 @@ void PlatformData::BuildMemoryMap() {
         return KYR_MEMORY_REGION{reinterpret_cast<UINT64>(Area.Base), Area.Size};
     };
     const MemoryLayout& Layout = Memory();
-    Smram = {Region(Layout.SmramFront), Region(Layout.Pool)};
+    Smram = {Region(Layout.SmramFront), Region(Layout.FirmwareData), Region(Layout.Pool)};
     const MemoryArea State = DriverStateSection();
     if (State.Size != 0) {
         Smram.push_back(Region(State));
     }
     CommunicationRegions = {Region(Layout.Communication)};
     MemoryMap = {Smram.data(), Smram.size(), CommunicationRegions.data(), CommunicationRegions.size()};
-    // The mailbox is SMRAM of the SMM core.
-    PspMailbox.PspMboxSmmBuffer = Layout.SmramFront.End() - PSP_MAILBOX_BUFFER_SIZE;
-    PspMailbox.PspMboxSmmFlagAddr = PspMailbox.PspMboxSmmBuffer - 16;
-    std::memset(PspMailbox.PspMboxSmmFlagAddr, 0, 16 + PSP_MAILBOX_BUFFER_SIZE);
+    PspMailboxBuffer.resize(PSP_MAILBOX_BUFFER_SIZE);
+    PspMailbox.PspMboxSmmBuffer = PspMailboxBuffer.data();
+    PspMailbox.PspMboxSmmFlagAddr = &PspMailboxFlag;
 }
 
 std::vector<std::string> ApeiFieldNames() {

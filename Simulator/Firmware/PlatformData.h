@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <memory_resource>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -10,10 +12,12 @@
 #include "Platform/Protocol/SiliconServices.h"
 #include "Platform/Protocol/VendorServices.h"
 #include "Simulator/Configuration.h"
+#include "Simulator/Firmware/DataArena.h"
 #include "Simulator/Machine/Machine.h"
 
 namespace Simulator {
 
+// Every record lies in the arena, so that the driver may trace where it found them.
 class PlatformData {
  public:
     // Throws std::invalid_argument for an APEI field that does not exist or a value that it cannot hold.
@@ -21,12 +25,20 @@ class PlatformData {
     PlatformData(const PlatformData&) = delete;
     PlatformData& operator=(const PlatformData&) = delete;
 
-    KYR_PLATFORM_APEI_DATA Apei{};
-    KYR_RAS_POLICY RasPolicy{};
-    VORN_MEMORY_ARRAY MemoryArray{};
-    std::vector<VORN_MEMORY_SLOT_INFO> SlotInfo;  // in the order of the slot array
-    PSP_MBOX_SMM_BUFFER_ADDRESS_PROTOCOL PspMailbox{};
-    KYR_SMM_MEMORY_MAP_PROTOCOL MemoryMap{};
+ private:
+    DataArena Arena;
+    template <class Record>
+    Record& Place() {
+        return *new (Arena.allocate(sizeof(Record), alignof(Record))) Record{};
+    }
+
+ public:
+    KYR_PLATFORM_APEI_DATA& Apei;
+    KYR_RAS_POLICY& RasPolicy;
+    VORN_MEMORY_ARRAY& MemoryArray;
+    std::pmr::vector<VORN_MEMORY_SLOT_INFO> SlotInfo{&Arena};  // in the order of the slot array
+    PSP_MBOX_SMM_BUFFER_ADDRESS_PROTOCOL& PspMailbox;
+    KYR_SMM_MEMORY_MAP_PROTOCOL& MemoryMap;
 
  private:
     void SetApeiFields(const Configuration& Settings);
@@ -36,16 +48,18 @@ class PlatformData {
     void BuildSlots(const Configuration& Settings);
     void BuildMemoryMap();
 
-    CXL_POLICY_DATA CxlPolicy{};
-    std::vector<CPU_MAP_ENTRY> ProcessorMap;
-    std::vector<UINT64> BusMap;  // RB_BUS_MAP and its entries
-    std::vector<UINT8> RasAcpiData;
-    OEM_MCA_THRESHOLD_MAP_TABLE ThresholdTable{};
-    std::vector<McaThresholdTableEntry> ThresholdEntries;
-    std::vector<DIMM_MAP_ENTRY> DimmMap;
-    std::vector<std::u16string> Labels;
-    std::vector<KYR_MEMORY_REGION> Smram;
-    std::vector<KYR_MEMORY_REGION> CommunicationRegions;
+    CXL_POLICY_DATA& CxlPolicy;
+    std::pmr::vector<CPU_MAP_ENTRY> ProcessorMap{&Arena};
+    std::pmr::vector<UINT64> BusMap{&Arena};  // RB_BUS_MAP and its entries
+    std::pmr::vector<UINT8> RasAcpiData{&Arena};
+    OEM_MCA_THRESHOLD_MAP_TABLE& ThresholdTable;
+    std::pmr::vector<McaThresholdTableEntry> ThresholdEntries{&Arena};
+    std::pmr::vector<DIMM_MAP_ENTRY> DimmMap{&Arena};
+    std::pmr::vector<std::pmr::u16string> Labels{&Arena};
+    UINT8& PspMailboxFlag;
+    std::pmr::vector<UINT8> PspMailboxBuffer{&Arena};
+    std::pmr::vector<KYR_MEMORY_REGION> Smram{&Arena};
+    std::pmr::vector<KYR_MEMORY_REGION> CommunicationRegions{&Arena};
 };
 
 // Names of the APEI fields that a configuration can set.
