@@ -38,7 +38,8 @@ MachineCheck Error(unsigned Processor, unsigned Bank, std::uint64_t Status) {
     return Check;
 }
 
-void Report(benchmark::State& State, const AccessStatistics& Accesses, std::uint64_t PoolBytes, std::uint64_t Errors) {
+void Report(benchmark::State& State, const AccessStatistics& Accesses, std::uint64_t PoolBytes,
+            std::uint64_t Errors) {
     State.counters["errors"] = static_cast<double>(Errors);
     State.counters["msr_rd"] = static_cast<double>(Accesses.MsrReads);
     State.counters["msr_wr"] = static_cast<double>(Accesses.MsrWrites);

@@ -34,7 +34,7 @@ struct KYR_RAS_SERVICE_SMM_PROTOCOL {
     // DRAM address to normalized address; a failure shows in the address that it leaves.
     void (*DramToNormalized)(UINT8 Socket, UINT8 Die, UINT8 Channel, const DRAM_ADDRESS* DramAddress,
                              NORMALIZED_ADDRESS* NormalizedAddress);
-    EFI_STATUS (*NormalizedToDimmAddress)
+    EFI_STATUS(*NormalizedToDimmAddress)
     (const NORMALIZED_ADDRESS* NormalizedAddress, UINT64* SystemAddress, DIMM_INFO* DimmInfo);
     // What the processor does when SMM exits.
     EFI_STATUS (*RasSmmExitType)(UINTN ProcessorNumber, UINT32 ExitType);
@@ -44,10 +44,10 @@ struct KYR_RAS_SERVICE_SMM_PROTOCOL {
     // Completing is TRUE where a trapped write of the OS is completed on its behalf.
     EFI_STATUS (*ClrMcaStatus)(UINTN ProcessorNumber, UINTN BankNumber, BOOLEAN Completing);
     // Re-programs the threshold counters that ThresholdConfig marks valid.
-    EFI_STATUS (*SetMcaThreshold)
+    EFI_STATUS(*SetMcaThreshold)
     (const UINTN* ProcessorNumber, const UINTN* BankNumber, const RasThresholdConfig* ThresholdConfig,
      BOOLEAN ThisBankOnly);
-    EFI_STATUS (*SetMcaThresholdMap)
+    EFI_STATUS(*SetMcaThresholdMap)
     (const UINTN* ProcessorNumber, const UINTN* BankNumber, const MCA_THRESHOLD_SETTING* Setting,
      BOOLEAN ThisBankOnly, const OEM_MCA_THRESHOLD_MAP* Map);
     // Which IO cycle the processors issue to turn a redirected machine check into a software SMI.
@@ -58,13 +58,13 @@ struct KYR_RAS_SERVICE_SMM_PROTOCOL {
     EFI_STATUS (*GetPhysicalCpuInfo)(CPU_INFO* CpuInfo);
     // Every later threshold of the silicon maker's raises its interrupt on each error.
     EFI_STATUS (*SetRasDiagnosticModeData)();
-    EFI_STATUS (*CorrectedErrorCounterPerDimm)
+    EFI_STATUS(*CorrectedErrorCounterPerDimm)
     (UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const UmcEccErrCntRegInitData* InitData);
-    EFI_STATUS (*CorrectedErrorCounterIndividual)
+    EFI_STATUS(*CorrectedErrorCounterIndividual)
     (UINT8 Socket, UINT8 UmcChannel, UINT8 SubChannel, UINT8 ChipSelect, UINT8 RankMul,
      const UmcEccErrCntRegInitData* InitData);
     EFI_STATUS (*CorrectedErrorCounterPerDimmDisable)(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm);
-    EFI_STATUS (*MapSymbolToDramDevice)
+    EFI_STATUS(*MapSymbolToDramDevice)
     (const KYR_RAS_SERVICE_SMM_PROTOCOL* This, const RasMcaErrorInfo* McaErrorInfo,
      const NORMALIZED_ADDRESS* NormalizedAddress, UINT8 McaBankIndex, UINT32* DeviceStart, UINT32* DeviceEnd,
      UINT8* Reserved);

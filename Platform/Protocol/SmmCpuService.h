@@ -19,7 +19,7 @@ static_assert(sizeof(EFI_PROCESSOR_INFORMATION) == 24);
 
 struct EFI_SMM_CPU_SERVICE_PROTOCOL {
     // EFI_NOT_FOUND for a number that is no processor's.
-    EFI_STATUS (*GetProcessorInfo)
+    EFI_STATUS(*GetProcessorInfo)
     (const EFI_SMM_CPU_SERVICE_PROTOCOL* This, UINTN ProcessorNumber, EFI_PROCESSOR_INFORMATION* ProcessorInfoBuffer);
     void* SwitchBsp;
     void* AddProcessor;

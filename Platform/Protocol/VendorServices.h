@@ -15,7 +15,7 @@ struct VORN_ATTRIBUTE_SMM_PROTOCOL {
     void* SetAttributeValue;
     // DataSize in bytes, in and out. EFI_BUFFER_TOO_SMALL with the size that is needed; EFI_NOT_FOUND for an
     // attribute that does not exist. The text is UTF-16 and not necessarily terminated.
-    EFI_STATUS (*GetAttributeValue)
+    EFI_STATUS(*GetAttributeValue)
     (const VORN_ATTRIBUTE_SMM_PROTOCOL* This, const EFI_GUID* VendorGuid, const CHAR16* Name, UINT32* Attributes,
      UINTN* DataSize, void* Data);
 };
@@ -54,7 +54,7 @@ struct VORN_SMM_SEL_RECORD_PROTOCOL {
 struct VORN_SMM_IPMI_SEL_SUPPORT_PROTOCOL {
     void* Reserved;
     // Sends Count stored bodies to the BMC as consolidated OEM commands.
-    EFI_STATUS (*SendConsolidatedOemCommand)
+    EFI_STATUS(*SendConsolidatedOemCommand)
     (const VORN_SMM_IPMI_SEL_SUPPORT_PROTOCOL* This, UINT8 Count, const ELOG_SEL_DATA* Records);
 };
 
@@ -82,7 +82,7 @@ struct VORN_APEI_LOGGING_SMM_PROTOCOL {
     EFI_STATUS (*ElogClearGhes)(const VORN_APEI_LOGGING_SMM_PROTOCOL* This);
     // EFI_NOT_READY or EFI_ALREADY_STARTED while the OS still reads an earlier record.
     EFI_STATUS (*ElogLogCper)(const VORN_APEI_LOGGING_SMM_PROTOCOL* This, const void* Cper, UINT32 ErrorSeverity);
-    EFI_STATUS (*ElogLogPageRetire)
+    EFI_STATUS(*ElogLogPageRetire)
     (const VORN_APEI_LOGGING_SMM_PROTOCOL* This, const void* CperTimestamp, const CHAR8* FruText,
      UINT64 PhysicalAddress, UINT32 PageRetireThreshold);
     EFI_STATUS (*ElogSignalSci)(const VORN_APEI_LOGGING_SMM_PROTOCOL* This, UINT32 SciCause);
@@ -92,11 +92,11 @@ struct VORN_APEI_LOGGING_SMM_PROTOCOL {
 // Post-package repair.
 struct VORN_KYR_MEMORY_PPR_SMM_PROTOCOL {
     EFI_STATUS (*KyrPostPackageRepairSupported)(const KYR_CHIPSET_SUPPORT_DATA* ChipsetData, BOOLEAN* Supported);
-    EFI_STATUS (*VornPostPackageCreateEntry)
+    EFI_STATUS(*VornPostPackageCreateEntry)
     (const KYR_CHIPSET_SUPPORT_DATA* ChipsetData, UINT16 PprType, BOOLEAN RuntimePprEnabled,
      const RB_BUS_MAP* RbBusMap, BOOLEAN* AtLeastOneRepair);
     EFI_STATUS (*VornPostPackageRepairUpdateToUefiVariable)();
-    EFI_STATUS (*VornRuntimePPRHandler)
+    EFI_STATUS(*VornRuntimePPRHandler)
     (const KYR_CHIPSET_SUPPORT_DATA* ChipsetData, BOOLEAN* ReadyForNextRequest, UINT16 PprType,
      UINT8* PspMboxSmmBuffer, UINT8* PspMboxSmmFlagAddr, BOOLEAN RuntimePprEnabled, UINT32* NumberOfEntriesServed,
      void* RequestQueue, void* PspCommandWord, UINT8* QueueFront, UINT32* QueueFull, void* CompletionCheckTable);
@@ -105,6 +105,6 @@ struct VORN_KYR_MEMORY_PPR_SMM_PROTOCOL {
 // Which slot or drive bay a PCI function sits in.
 struct VORN_PCI_SLOT_DATA_SMM_PROTOCOL {
     // EFI_NOT_FOUND for a function that is in none.
-    EFI_STATUS (*GetSlotNumberData)
+    EFI_STATUS(*GetSlotNumberData)
     (UINT8 Segment, UINT8 Bus, UINT8 Device, UINT8 Function, PCI_SLOT_NUMBER_DATA* SlotNumberData);
 };
