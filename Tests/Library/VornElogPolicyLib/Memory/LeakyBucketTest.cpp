@@ -1,0 +1,272 @@
+// Thresholds, the leak, pages and refusals.
+#include "Library/VornElogPolicyLib/Memory/LeakyBucket.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Library/VornElogPolicyLib/Memory/PageRetire.h"
+#include "Tests/Library/VornElogPolicyLib/Memory/MemoryMachine.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+static VORN_ELOG_POLICY_PRIVATE_DATA& Policy = mPrivateDataVornElogPolicyLib;
+
+TEST(LeakyBucket, AThresholdOf100IsWalkedThroughRetirementWarningAndCritical) {
+    for (const bool IsSelWanted : {false, true}) {
+        Simulator::Configuration Settings;
+        Settings.Attributes["CECriticalSEL"] = IsSelWanted ? "Enabled" : "enabled";
+        MemoryMachine Machine(100, Settings);
+        const auto Blocks = Machine.Sim->Pool().LiveBlocks;
+        const auto Post = [&](unsigned Seconds, UINT16 Errors, UINT32 Row) {
+            return Machine.Post(MemoryError().At(Seconds).Errors(Errors).Row(Row));
+        };
+        EXPECT_THAT(Post(0, 6, 0x100), IsEmpty());
+        EXPECT_THAT(Post(60, 5, 0x200), IsEmpty());
+        EXPECT_THAT(Post(120, 1, 0x100),  // 12
+                    ElementsAre("health 02", "retire 0x45670000C0 at 0xC", "ghes EFI_SUCCESS", "sci 0x30000000"));
+        EXPECT_THAT(Post(180, 37, 0x200), IsEmpty());  // 49
+        EXPECT_EQ(Machine.Rows(), 2u);
+        EXPECT_THAT(Post(240, 1, 0x300), ElementsAre("ppr 1 row 200", "ppr saved", "health 02"));  // 50
+        EXPECT_EQ(Machine.Rows(), 0u);
+        EXPECT_THAT(Post(300, 20, 0x500), IsEmpty());
+        EXPECT_THAT(Post(360, 20, 0x400), IsEmpty());
+        EXPECT_THAT(Post(420, 9, 0x600), IsEmpty());  // 99
+        // The tie goes to the row that came later. Socket 1's tenth slot is location 64 + 10 - 1.
+        Story Critical = {"ppr 2 row 400",      "ppr saved",        "health 02",
+                          "counters off 1 4 1", "ghes EFI_SUCCESS", "sci 0x20000000"};
+        if (IsSelWanted) {
+            Critical.insert(Critical.begin(), "sel D4 13 74 34 44 49");
+        }
+        EXPECT_EQ(Post(480, 1, 0x600), Critical);  // 100
+        EXPECT_EQ(Machine.Dimm->Flags.CeccSmiDisabled, 1);
+        EXPECT_THAT(Post(540, 50, 0x700), IsEmpty());
+        EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 150u);
+        VornElogSmmClearMemoryCeccHashTable(1, 4, 1, 0);
+        EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks);
+
+        // The retirement's record and the repaired row's say that a threshold is exceeded; the row's is its latest.
+        const auto Records = Machine.Sim->LoggedRecords();
+        ASSERT_EQ(Records.size(), 2u);
+        for (std::size_t At = 0; At < 2; At++) {
+            EXPECT_EQ(Records[At][140], 0x08);
+            EXPECT_EQ(Records[At][25], At == 0 ? 2 : 6) << "minute";
+        }
+    }
+}
+
+TEST(LeakyBucket, OneErrorCrossesTheWarningAndOnlyALaterOneTheCriticalThreshold) {
+    MemoryMachine Machine;
+    EXPECT_THAT(Machine.Post(MemoryError().Errors(160)),
+                ElementsAre("health 02", "retire 0x45670000C0 at 0xC", "ghes EFI_SUCCESS", "ppr 1 row 2abcd",
+                            "ppr saved", "health 02", "sci 0x30000000"));
+    // The history is empty: the record itself stands in.
+    Machine.MapStatus = EFI_DEVICE_ERROR;
+    EXPECT_THAT(Machine.Post(MemoryError().Row(0x77)),
+                ElementsAre("ppr 2 row 77", "ppr saved", "health 02", "counters off 1 4 1", "ghes EFI_SUCCESS",
+                            "sci 0x20000000"));
+    EXPECT_TRUE(Machine.Sim.Traced("ERROR Substituting error data @ critical threshold instead"));
+    EXPECT_FALSE(Machine.Sim.Traced("ERROR Substituting error data @ warning threshold instead"));
+}
+
+TEST(LeakyBucket, LeaksAfterTenQuietMinutesUnlessCritical) {
+    struct Case {
+        unsigned Seconds;
+        bool IsCritical;
+        UINT32 Count;
+    };
+    for (const Case& Test : {Case{599, false, 11}, Case{600, false, 3}, Case{600, true, 11}, Case{86400, true, 11}}) {
+        SCOPED_TRACE(testing::Message() << Test.Seconds << " s, critical " << Test.IsCritical);
+        MemoryMachine Machine(1000);
+        Machine.Post(MemoryError().Errors(8).Row(1));
+        Machine.Rank().Flags.WarnThresholdLogged = 1;
+        Machine.Rank().Flags.CritThresholdLogged = Test.IsCritical;
+        MemoryError Late;
+        if (Test.Seconds == 86400) {
+            Late.Cper()->Header.TimeStamp.Day = 25;
+        } else {
+            Late.At(Test.Seconds);
+        }
+        Machine.Post(Late.Errors(3).Row(2));
+        EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, Test.Count);
+        EXPECT_EQ(Machine.Rows(), Test.Count == 3 ? 1u : 2u);
+        EXPECT_EQ(Machine.Rank().Flags.WarnThresholdLogged, 1);
+        for (const CPER_TIMESTAMP& Time :
+             {Machine.Rank().CeccPfaTimestampPreviousError, Machine.Rank().CeccPfaTimestampCurrentError}) {
+            EXPECT_EQ(std::memcmp(&Time, &Late.Cper()->Header.TimeStamp, sizeof(Time)), 0);
+        }
+        EXPECT_EQ(Machine.Sim.Traced("Minutes elapsed since last error 10 > leak timeout 10, resetting CECC leaky "
+                                     "bucket data"),
+                  Test.Count == 3);
+    }
+}
+
+TEST(LeakyBucket, TheWarningDoesNotCountAsThePreviousError) {
+    MemoryMachine Machine;
+    Machine.Post(MemoryError().At(0).Errors(49));
+    EXPECT_THAT(Machine.Post(MemoryError().At(300).Errors(1)), testing::Contains("ppr 1 row 2abcd"));
+    Machine.Post(MemoryError().At(600).Errors(1));
+    EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 1u) << "ten minutes after the error before the warning";
+}
+
+TEST(LeakyBucket, CountsSaturateAndADeltaOf0Saturates) {
+    struct Case {
+        UINT32 Before;
+        UINT16 Errors;
+        UINT32 After;
+    };
+    for (const Case& Test : {Case{0, 0, 0xFFFFFFFF}, Case{5, 0, 0xFFFFFFFF}, Case{0xFFFFFFFE, 1, 0xFFFFFFFF},
+                             Case{0xFFFFFFFF, 1, 0xFFFFFFFF}, Case{0xFFFFFFFE, 0xFFFF, 0xFFFFFFFF},
+                             Case{0xFFFF0000, 0xFFFE, 0xFFFFFFFE}, Case{0, 0xBEEF, 0xBEEF}}) {
+        SCOPED_TRACE(testing::Message() << Test.Before << " + " << Test.Errors);
+        MemoryMachine Machine(0xFFFFFFFF);
+        Machine.Rank().CeccPfaCurrentErrorCount = Test.Before;
+        Machine.Post(MemoryError().Errors(Test.Errors));
+        EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, Test.After);
+    }
+    // No errors at all: the warning at once, with the row counted at 0; no page was counted, so none is retired.
+    MemoryMachine Machine;
+    EXPECT_THAT(Machine.Post(MemoryError().Errors(0)), ElementsAre("ppr 1 row 2abcd", "ppr saved", "health 02"));
+}
+
+TEST(LeakyBucket, AThresholdBelow8HasEveryPageRetired) {
+    MemoryMachine Machine(7);
+    EXPECT_THAT(Machine.Post(MemoryError().Page(0x10)),
+                ElementsAre("health 02", "retire 0x45670000C0 at 0x0", "ghes EFI_SUCCESS", "sci 0x30000000"));
+    EXPECT_THAT(Machine.Post(MemoryError().Page(0x10)), IsEmpty());
+    for (unsigned Count = 0; Count < 2; Count++) {  // the mark is on the first page's entry, whoever asked
+        Machine.Rank().CeccPfaCurrentErrorCount = 0;
+        EXPECT_EQ(Machine.Post(MemoryError().Page(0x11)).size(), 4u);
+    }
+}
+
+TEST(LeakyBucket, SeventeenNotificationsAreTriedAndThenTheRankIsSilent) {
+    for (const bool IsOsBusy : {false, true}) {
+        MemoryMachine Machine(80);
+        if (IsOsBusy) {
+            Machine.Sim->SetFailure("ElogLogCper", Simulator::Failure{EFI_NOT_READY});
+        }
+        Machine.Post(MemoryError().Page(1));  // takes the entry that is marked
+        unsigned Tried = 0;
+        for (unsigned Count = 0; Count < 20; Count++) {
+            Machine.Rank().CeccPfaCurrentErrorCount = 20;
+            const Story Told = Machine.Post(MemoryError().Page(2).Errors(10));
+            Tried += Told.empty() ? 0 : 1;
+            EXPECT_EQ(Told.empty(), Count >= 17);
+        }
+        EXPECT_EQ(Tried, 17u);
+        EXPECT_EQ(Policy.OsEsxiPageRetireNotificationCount, 17);
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].MemoryPageAddress, 1u);
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationAttempted, 1);
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationSuccessful, !IsOsBusy);
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationTimestamp[6], IsOsBusy ? 0 : 26);
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[1].ApeiHestNotificationAttempted, 0);
+        // Neither warning nor critical any more.
+        EXPECT_THAT(Machine.Post(MemoryError().Page(3).Errors(500)), IsEmpty());
+        EXPECT_EQ(Machine.Rank().Flags.WarnThresholdLogged, 0);
+        EXPECT_TRUE(Machine.Sim.Traced("pEsxiMemoryPageRetireEntry is returned as NULL"));
+    }
+}
+
+TEST(LeakyBucket, WithoutAPageArrayTheRankIsCountedButSilent) {
+    MemoryMachine Machine;
+    Policy.pOsEsxiPageRetireInfo = nullptr;
+    EXPECT_THAT(Machine.Post(MemoryError().Errors(200)), IsEmpty());
+    EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 200u);
+    EXPECT_EQ(Machine.Rows(), 1u);
+}
+
+TEST(PageRetire, The401stPageIsNotTrackedAndTheHandlerGoesOn) {
+    MemoryMachine Machine(1000);
+    for (UINT64 Page = 1; Page <= 400; Page++) {
+        ASSERT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, Page, 3), EFI_SUCCESS);
+    }
+    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 401, 3), EFI_BUFFER_TOO_SMALL);
+    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 400, 3), EFI_SUCCESS);
+    EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[399].CeccErrorCount, 6u);
+
+    const struct {
+        UINT64 Page;
+        EFI_STATUS Status;
+        UINT32 Index;
+        BOOLEAN Exceeded;
+    } Cases[] = {{400, EFI_SUCCESS, 399, TRUE}, {7, EFI_SUCCESS, 6, FALSE}, {401, EFI_NOT_FOUND, 0xDEADBEEF, FALSE}};
+    for (const auto& Case : Cases) {
+        UINT32 Index = 0;
+        BOOLEAN Exceeded = 7;
+        ESXI_PAGE_RETIRE_ENTRY* Entry = nullptr;
+        EXPECT_EQ(VornElogSmmIsEsxiMemoryPageRetireThresholdExceeded(5, Case.Page, &Index, &Entry, &Exceeded),
+                  Case.Status);
+        EXPECT_EQ(Index, Case.Index);
+        EXPECT_EQ(Exceeded, Case.Exceeded);
+        EXPECT_EQ(Entry, Policy.pOsEsxiPageRetireInfo) << "the first entry, whichever matched";
+        EXPECT_EQ(VornElogSmmIsEsxiMemoryPageRetireThresholdExceeded(5, 1, nullptr, &Entry, &Exceeded),
+                  EFI_INVALID_PARAMETER);
+        EXPECT_EQ(VornElogSmmIsEsxiMemoryPageRetireThresholdExceeded(5, 1, &Index, &Entry, nullptr),
+                  EFI_INVALID_PARAMETER);
+    }
+    EXPECT_THAT(Machine.Post(MemoryError().Page(401).Errors(500)), testing::Contains("ppr 1 row 2abcd"));
+
+    // A count that wraps to 0 frees its entry for the next page that looks.
+    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 200, 0xFFFFFFFD), EFI_SUCCESS);
+    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 401, 9), EFI_SUCCESS);
+    EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[199].MemoryPageAddress, 401u);
+}
+
+TEST(LeakyBucket, RefusesWhatItCannotCount) {
+    struct Case {
+        const char* Name;
+        void (*Break)(MemoryMachine& Machine, MemoryError& Error);
+        const char* Text;
+    };
+    const char* const Inactive = "ERROR mPrivateDataVornElogPolicyLib.DimmData[Skt ";
+    for (const Case& Test : {
+             Case{"no scan", [](auto&, auto&Error) { Error.Data.MachineCheck.ValidRasMcaErrorInfo = 0; },
+                  "ERROR RasMcaErrorInfo not valid, aborting..."},
+             Case{"other error", [](auto&, auto&Error) { Error.Bank().McaStatus |= 0x10000; },
+                  "ERROR Non ECC error detected, aborting..."},
+             Case{"not corrected", [](auto&, auto&Error) { Error.Bank().McaStatus &= ~(UINT64{1} << 46); },
+                  "ERROR Non ECC error detected, aborting..."},
+             Case{"disabled", [](auto&Machine, auto&) { Machine.Dimm->Flags.Enabled = 0; },
+                  "DimmData[Skt 1][Ch 4][Dimm 1].Flags Present 1 Enabled 0, aborting..."},
+             Case{"absent", [](auto&Machine, auto&) { Machine.Dimm->Flags.Present = 0; },
+                  "DimmData[Skt 1][Ch 4][Dimm 1].Flags Present 0 Enabled 1, aborting..."},
+             Case{"socket 2", [](auto&, auto&Error) { Error.Section().Node = 2; }, Inactive},
+             Case{"channel 12", [](auto&, auto&Error) { Error.Section().Card = 12; }, Inactive},
+             Case{"DIMM 2", [](auto&, auto&Error) { Error.Section().Module = 2; },
+                  "DimmData[Skt 1][Ch 4][Dimm 2].Flags Present 0 Enabled 0, aborting..."},
+             Case{"rank 2", [](auto&, auto&Error) { Error.Section().RankNumber = 2; }, Inactive},
+             Case{"no module", [](auto&, auto&Error) { Error.Section().ValidationBits = 0x801A; },
+                  "ERROR Not Found returned while decoding DIMM location, aborting..."},
+         }) {
+        SCOPED_TRACE(Test.Name);
+        MemoryMachine Machine;
+        MemoryError Error;
+        Test.Break(Machine, Error.Errors(200));
+        EXPECT_THAT(Machine.Post(Error), IsEmpty());
+        EXPECT_TRUE(Machine.Sim.Traced(Test.Text));
+        for (unsigned Rank = 0; Rank < 2; Rank++) {
+            EXPECT_EQ(Machine.Rank(Rank).CeccPfaCurrentErrorCount, 0u);
+            EXPECT_EQ(Machine.Rank(Rank).CeccPfaTimestampCurrentError.Year, 0);
+        }
+        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].CeccErrorCount, 0u);
+        EXPECT_EQ(Machine.Rows(), 0u);
+    }
+}
+
+TEST(LeakyBucket, FailuresOnTheWayStopNothing) {
+    Simulator::Configuration Settings;
+    Settings.Failing["LogMemoryHealthData"] = Simulator::Failure{};
+    MemoryMachine Machine(100, Settings);
+    Machine.MapStatus = EFI_DEVICE_ERROR;
+    Machine.SupportedStatus = EFI_DEVICE_ERROR;
+    Machine.Sim->SetFailure("ElogLogPageRetire", Simulator::Failure{});
+    EXPECT_THAT(Machine.Post(MemoryError().Errors(60)), ElementsAre("ghes EFI_SUCCESS", "sci 0x30000000"));
+    EXPECT_EQ(Machine.Rank().Flags.WarnThresholdLogged, 1);
+    EXPECT_EQ(Machine.Rank().Flags.WarnThresholdPprRequested, 0);
+    Machine.Sim->SetFailure("ElogLogCper", Simulator::Failure{});
+    EXPECT_THAT(Machine.Post(MemoryError().Errors(60)), ElementsAre("counters off 1 4 1", "ghes EFI_DEVICE_ERROR"));
+    EXPECT_EQ(Machine.Rank().Flags.CritThresholdLogged, 1);
+    EXPECT_EQ(Machine.Rank().Flags.CritThresholdPprRequested, 0);
+    EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 120u);
+}

@@ -1,0 +1,463 @@
+// Repair requests, runtime repair and the verification of its rows.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Include/DramAddress.h"
+#include "Include/UmcRegisters.h"
+#include "Library/VornElogPolicyLib/Memory/PprRequest.h"
+#include "Library/VornElogPolicyLib/Memory/RepairVerification.h"
+#include "Library/VornElogPolicyLib/Memory/RuntimePpr.h"
+#include "Library/VornElogPolicyLib/Memory/RuntimePprState.h"
+#include "Platform/Guids.h"
+#include "Platform/Protocol/RuntimePpr.h"
+#include "Tests/Library/VornElogPolicyLib/Memory/MemoryMachine.h"
+#include "Tests/Support/FakeServices.h"
+#include "Tests/Support/FakeUmc.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// A machine whose platform wants runtime repair, before it is started.
+class RepairMachine : public MemoryMachine {
+ public:
+    RepairMachine() : Umc(FakeUmc::Install(*Sim)) {
+        Current = this;
+        mPlatformApeiData->RuntimePprEnable[1] = TRUE;
+        Services.Table.NumberOfCpus = 1;
+        Services.Table.SmmInstallProtocolInterface = [](EFI_HANDLE* Handle, const EFI_GUID* Guid, UINT32 Type,
+                                                        void* Interface) {
+            EXPECT_TRUE(IsGuidEqual(*Guid, gKyrRuntimePprServiceSmmProtocolGuid));
+            EXPECT_EQ(Type, 0u);
+            if (!EFI_ERROR(Current->InstallStatus)) {
+                Current->Service = static_cast<KYR_RUNTIME_PPR_SERVICE_SMM_PROTOCOL*>(Interface);
+                *Handle = Current;
+            }
+            return Current->InstallStatus;
+        };
+        Services.Table.SmmUninstallProtocolInterface = [](EFI_HANDLE Handle, const EFI_GUID*, void* Interface) {
+            EXPECT_EQ(Handle, Current);
+            EXPECT_EQ(Interface, Current->Service);
+            Current->Service = nullptr;
+            return EFI_SUCCESS;
+        };
+        Services.Table.SmmLocateHandle = [](EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Guid, void*, UINTN* Bytes,
+                                            EFI_HANDLE* Buffer) {
+            EXPECT_EQ(Search, ByProtocol);
+            EXPECT_TRUE(IsGuidEqual(*Guid, gKyrJrvRasOemSmmProtocolGuid));
+            const UINTN Needed = Current->OemInstances * sizeof(EFI_HANDLE);
+            if (Needed == 0) {
+                return EFI_NOT_FOUND;
+            }
+            const bool Fits = *Bytes >= Needed;
+            *Bytes = Needed;
+            if (!Fits) {
+                return EFI_BUFFER_TOO_SMALL;
+            }
+            for (UINTN At = 0; At < Current->OemInstances; At++) {
+                Buffer[At] = reinterpret_cast<EFI_HANDLE>(At + 1);
+            }
+            return EFI_SUCCESS;
+        };
+        Services.Table.SmmHandleProtocol = [](EFI_HANDLE Handle, const EFI_GUID*, void** Interface) {
+            static const KYR_JRV_RAS_OEM_SMM_PROTOCOL Oem{
+                [](UINT32 Status, const RUNTIME_PPR_CHECK_ENTRY* Table, const UINT8* Results, UINT32 Count) {
+                    EXPECT_EQ(Table, mChkRtPprComplStruct);
+                    std::string Text = fmt::format("oem {:x}:", Status);
+                    for (UINT32 At = 0; At < Count; At++) {
+                        Text += fmt::format(" {}", Results[At]);
+                    }
+                    return Current->Tell(Text);
+                }};
+            if (Handle == reinterpret_cast<EFI_HANDLE>(2)) {
+                return EFI_UNSUPPORTED;  // the second instance is gone when it is asked for
+            }
+            *Interface = const_cast<KYR_JRV_RAS_OEM_SMM_PROTOCOL*>(&Oem);
+            return EFI_SUCCESS;
+        };
+        PspBaseAddress() = 0xE0012345;
+        Services.Install(gVornElogIpmiSmmProtocolGuid, &Ipmi);
+        Ipmi.LogMemoryHealthData = [](const VORN_MEMORY_HEALTH_REQUEST* Request, UINTN Bytes) {
+            EXPECT_EQ(Bytes, 23u);
+            const auto* Payload = static_cast<const UINT8*>(Request->Payload);
+            return Current->Tell(fmt::format("health row {:x} result {}", Payload[11], Payload[17]));
+        };
+        Ras.ClrMcaStatus = [](UINTN Processor, UINTN Bank, BOOLEAN Completing) {
+            EXPECT_EQ(Completing, FALSE);
+            AsmWriteMsr64(static_cast<UINT32>(0xC0002001 + 16 * Bank), 0);
+            return Current->Tell(fmt::format("clear {} {}", Processor, Bank));
+        };
+        Ras.SetMcaThreshold = [](const UINTN* Processor, const UINTN* Bank, const RasThresholdConfig* Config,
+                                 BOOLEAN) {
+            EXPECT_EQ(Config->McaMisc0DataValid, 1);
+            EXPECT_EQ(Config->McaMisc1DataValid, 0);
+            return Current->Tell(fmt::format("threshold {} {} {:x} type {}", *Processor, *Bank,
+                                             Config->ThresholdCount, Config->ThresholdIntType));
+        };
+        Ppr.VornRuntimePPRHandler = [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN* Ready, UINT16 Type, UINT8* Mailbox,
+                                       UINT8* Flag, BOOLEAN Enabled, UINT32* Served, void* Queue, void* CommandWord,
+                                       UINT8*, UINT32*, void* Table) {
+            EXPECT_EQ(Ready, &mReadyForNextRtPprReq);
+            EXPECT_EQ(Enabled, TRUE);
+            EXPECT_EQ(Mailbox, mPspMboxSmmBuffer);
+            EXPECT_EQ(Flag, mPspMboxSmmFlagAddr);
+            EXPECT_EQ(static_cast<UINT8*>(CommandWord), static_cast<UINT8*>(Queue) + 4);
+            std::memset(Queue, 0x5A, 164);
+            *Served = Current->Served;
+            std::memcpy(Table, Current->Table, sizeof(Current->Table));
+            Current->Tell(fmt::format("runtime {}", Type));
+            return Current->HandlerStatus;
+        };
+        for (unsigned At = 0; At < 8; At++) {
+            Table[At].McaBankNumber = 20 + At;
+            Table[At].NormalizedAddress = 0x100000040 + At * 0x100000;
+            Table[At].Socket = 1;
+            Table[At].UmcChannel = 3;
+            Table[At].Row = 0x10 + At;
+        }
+    }
+    // A request that the PSP has finished.
+    void Serve(unsigned Count) {
+        Served = Count;
+        MemoryError Error;
+        ASSERT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_SUCCESS);
+        TakeStory();
+    }
+    void ExpectReset() {
+        EXPECT_EQ(RtPprRepairStatus | mPspRtPprComplFlag | mNumOfRtPptEntryInServed | mQueueFront | mQueueFull, 0u);
+        EXPECT_EQ(mReadyForNextRtPprReq, TRUE);
+        const auto* Table = reinterpret_cast<const UINT8*>(mChkRtPprComplStruct);
+        EXPECT_THAT(std::vector<UINT8>(Table, Table + 1024), testing::Each(0));
+    }
+    UINT32& PspBaseAddress() {
+        return Umc.Register(0x13B102E0 % FakeUmc::CHANNEL, 0x13B102E0 / FakeUmc::CHANNEL);
+    }
+    // The scrubber finds the row's errors again.
+    void LogError(unsigned Bank) {
+        Simulator::MachineCheck Error;
+        Error.Bank = Bank;
+        Error.Status = 0x9C2040000000011B;
+        Sim->Machine().LogMachineCheck(Error);
+    }
+
+    FakeServices Services;
+    FakeUmc& Umc;
+    VORN_ELOG_IPMI_SMM_PROTOCOL Ipmi{};
+    KYR_RUNTIME_PPR_SERVICE_SMM_PROTOCOL* Service = nullptr;
+    EFI_STATUS InstallStatus = EFI_SUCCESS;
+    EFI_STATUS HandlerStatus = EFI_SUCCESS;
+    UINTN OemInstances = 0;
+    UINT32 Served = 0;
+    RUNTIME_PPR_CHECK_ENTRY Table[8] = {};
+
+ private:
+    static inline RepairMachine* Current = nullptr;
+};
+
+TEST(PprRequest, EachStepOnlyAfterTheOneBeforeIt) {
+    struct Case {
+        const char* Name;
+        void (*Break)(MemoryMachine& Machine);
+        EFI_STATUS Expected;
+        Story Told;
+    };
+    const std::string Created = "ppr 3 row 2abcd";
+    for (const Case& Test : {
+             Case{"repair", [](auto&) {}, EFI_SUCCESS, {Created, "ppr saved"}},
+             Case{"not supported", [](auto& Machine) { Machine.RepairSupported = FALSE; }, EFI_SUCCESS, {}},
+             Case{"not told", [](auto& Machine) { Machine.SupportedStatus = EFI_TIMEOUT; }, EFI_TIMEOUT, {}},
+             Case{"not created", [](auto& Machine) { Machine.CreateStatus = EFI_TIMEOUT; }, EFI_TIMEOUT, {Created}},
+             Case{"none needed", [](auto& Machine) { Machine.RepairCreated = FALSE; }, EFI_SUCCESS, {Created}},
+             Case{"not saved",
+                  [](auto& Machine) { Machine.SaveStatus = EFI_TIMEOUT; },
+                  EFI_TIMEOUT,
+                  {Created, "ppr saved"}},
+             Case{"no service",
+                  [](auto&) { mPrivateDataVornElogPolicyLib.pVornKyrMemoryPPRSmmProtocol = nullptr; },
+                  EFI_NOT_FOUND,
+                  {}},
+         }) {
+        SCOPED_TRACE(Test.Name);
+        MemoryMachine Machine;
+        MemoryError Error;
+        Test.Break(Machine);
+        EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_DEFER), Test.Expected);
+        EXPECT_EQ(Machine.TakeStory(), Test.Told);
+    }
+    MemoryMachine Machine;
+    EXPECT_EQ(VornElogSmmRequestPpr(nullptr, PPR_DEFER), EFI_INVALID_PARAMETER);
+}
+
+TEST(RuntimePprInit, TakesWhatItNeedsOrNothing) {
+    struct Case {
+        const char* Name;
+        void (*Break)(RepairMachine& Machine);
+        EFI_STATUS Expected;
+        bool IsEnabled;
+    };
+    for (const Case& Test : {
+             Case{"started", [](auto&) {}, EFI_SUCCESS, true},
+             Case{"the other switch",
+                  [](auto&) {
+                      mPlatformApeiData->RuntimePprEnable[0] = 1, mPlatformApeiData->RuntimePprEnable[1] = 0;
+                  },
+                  EFI_SUCCESS, true},
+             Case{"not wanted", [](auto&) { mPlatformApeiData->RuntimePprEnable[1] = 0; }, EFI_SUCCESS, false},
+             Case{"no first block", [](auto& Machine) { Machine.Services.FailAllocation = 1; }, EFI_OUT_OF_RESOURCES,
+                  false},
+             Case{"no second block", [](auto& Machine) { Machine.Services.FailAllocation = 2; }, EFI_OUT_OF_RESOURCES,
+                  false},
+             Case{"not installed", [](auto& Machine) { Machine.InstallStatus = EFI_ABORTED; }, EFI_ABORTED, false},
+             Case{"no mailbox", [](auto& Machine) { Machine.PspBaseAddress() = 0x000FFFFF; }, EFI_NOT_FOUND, false},
+             Case{"no IO hub", [](auto&) { mRbBusMap->RbCount = 0; }, EFI_NOT_FOUND, false},
+         }) {
+        SCOPED_TRACE(Test.Name);
+        RepairMachine Machine;
+        Test.Break(Machine);
+        EXPECT_EQ(RuntimePprInit(), Test.Expected);
+        EXPECT_EQ(mRtPprEn, Test.IsEnabled);
+        EXPECT_EQ(mPlatformApeiData->RuntimePprEnable[0] | mPlatformApeiData->RuntimePprEnable[1], Test.IsEnabled);
+        EXPECT_EQ(Machine.Services.LiveBlocks, Test.IsEnabled ? 2u : 0u);
+        EXPECT_EQ(Machine.Service != nullptr, Test.IsEnabled);
+        for (const auto& [Block, Size] : Machine.Services.Blocks) {
+            EXPECT_EQ(Size, 164u);
+            EXPECT_THAT(std::vector<UINT8>(static_cast<UINT8*>(Block), static_cast<UINT8*>(Block) + Size),
+                        testing::Each(0));
+        }
+        if (Test.IsEnabled) {
+            EXPECT_EQ(mPspBiosMboxCmdRegAddr, 0xE0010970u);
+            EXPECT_EQ(Machine.Service->PspRuntimePprCompletion, PspRuntimePprCompletion);
+        }
+        EXPECT_EQ(Machine.Sim.Traced("[RAS Runtime PPR]RuntimePprInit: Runtime Post Package Repair is disabled"),
+                  true)
+            << "the machine's own start";
+        EXPECT_EQ(Machine.Sim.Traced("[RAS Runtime PPR] Disable Runtime PPR. "), Test.Expected != EFI_SUCCESS);
+    }
+}
+
+TEST(RuntimePpr, RowsAreScrubbedAndReportedOneByOne) {
+    RepairMachine Machine;
+    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+    Machine.OemInstances = 3;
+    Machine.Serve(2);
+    EXPECT_EQ(mReadyForNextRtPprReq, FALSE);
+    EXPECT_EQ(mRtPprReqDataBlock->PspCommandWord, 0u) << "the block is the PSP's again";
+    EXPECT_EQ(mNumOfRtPptEntryInServed, 2u);
+    EXPECT_EQ(std::memcmp(mChkRtPprComplStruct, Machine.Table, 1024), 0);
+
+    Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3) = 0x12345178;
+    Machine.Umc.Register(FakeUmc::SCRUB_LO, 3) = 0x01234567;
+    Machine.Umc.Register(FakeUmc::SCRUB_HI, 3) = 0x00000089;
+    Machine.LogError(20);  // an old error is no verdict
+    std::vector<UINT64> Starts;
+    Machine.Umc.OnScrub = [&](std::uint64_t From, std::uint64_t To) {
+        if (From % 0x1000 == 0) {
+            Starts.push_back(From);
+        }
+        if (From <= 0x100100040 && To > 0x100100040) {
+            Machine.LogError(21);
+        }
+    };
+    const UINT32 Status = 0;
+    EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(&Status), EFI_SUCCESS);
+    EXPECT_THAT(Machine.TakeStory(),
+                ElementsAre("clear 0 20", "threshold 0 20 0 type 2", "threshold 0 20 ff5 type 2",
+                            "health row 10 result 1", "clear 0 21", "threshold 0 21 0 type 2", "clear 0 21",
+                            "threshold 0 21 ff5 type 2", "health row 11 result 2", "oem 0: 1 2", "oem 0: 1 2"));
+    ASSERT_GE(Starts.size(), 2u);
+    EXPECT_EQ(Starts[0], 0x100000000u);
+    EXPECT_THAT(Starts, testing::Contains(0x100100000u));
+    // Off, though it was on; at its old address.
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3), 0x12345078u);
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_LO, 3), 0x01234567u);
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_HI, 3), 0x00000089u);
+    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Scrubbing Done.  Runtime PPR repair result: Passed."));
+    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Scrubbing Done.  Runtime PPR repair result: Failed."));
+    Machine.ExpectReset();
+    EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(nullptr), EFI_INVALID_PARAMETER);
+}
+
+TEST(RuntimePpr, AReportedFailureIsPassedOnAndNothingScrubbed) {
+    for (const UINTN Instances : {0, 1}) {
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        Machine.OemInstances = Instances;
+        Machine.Serve(3);
+        const UINT32 Status = 0x1234;
+        EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(&Status), EFI_SUCCESS);
+        EXPECT_EQ(Machine.TakeStory(), Story(Instances, "oem 1234: 0 0 0"));
+        EXPECT_EQ(Machine.Umc.AddressReads, 0u);
+        EXPECT_TRUE(Machine.Sim.Traced(
+            "[RAS Runtime PPR] PSP RuntimePpr SMI callback returns Quen repair failed: 0x00001234."));
+        Machine.ExpectReset();
+    }
+}
+
+TEST(RuntimePpr, AMissedCompletionIsForcedByTheNextRequest) {
+    struct Case {
+        UINT32 QueueFull;
+        UINT8 QueueFront;
+        UINT32 CommandWord;
+        bool IsForced;
+    };
+    for (const Case& Test :
+         {Case{1, 3, 0x80000000, true}, Case{1, 3, 0xEFFFFFFF, true}, Case{0, 3, 0x80000000, false},
+          Case{1, 2, 0x80000000, false}, Case{1, 3, 0x90000000, false}, Case{1, 3, 0x7FFFFFFF, false}}) {
+        SCOPED_TRACE(testing::Message() << Test.QueueFull << " " << +Test.QueueFront << " " << Test.CommandWord);
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        Machine.Serve(1);
+        mQueueFull = Test.QueueFull;
+        mQueueFront = Test.QueueFront;
+        RtPprRepairStatus = 0x55;  // of a completion that was never told
+        mRtPprReqDataBlock->PspCommandWord = Test.CommandWord;
+        MemoryError Error;
+        EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_CRITICAL), EFI_SUCCESS);
+        const Story Told = Machine.TakeStory();
+        EXPECT_EQ(std::count(Told.begin(), Told.end(), "health row 10 result 1"), Test.IsForced);
+        EXPECT_EQ(Told.back(), "runtime 2");
+        EXPECT_EQ(mNumOfRtPptEntryInServed, 1u);
+        EXPECT_EQ(mPspRtPprComplFlag, FALSE);
+    }
+}
+
+TEST(RuntimePpr, ARefusedRequestLeavesTheStateAndADueVerificationRunsAllTheSame) {
+    RepairMachine Machine;
+    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+    MemoryError Error;
+    Machine.HandlerStatus = EFI_NOT_READY;
+    Machine.Served = 1;
+    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_NOT_READY);
+    EXPECT_EQ(mReadyForNextRtPprReq, TRUE);
+    EXPECT_EQ(mNumOfRtPptEntryInServed, 0u);
+    Machine.HandlerStatus = EFI_SUCCESS;
+    Machine.Serve(1);
+
+    Machine.RepairSupported = FALSE;
+    mPspRtPprComplFlag = TRUE;
+    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_SUCCESS);
+    EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 1"));
+    Machine.ExpectReset();
+
+    EXPECT_EQ(IsRtPprRepairedSuccess(), FALSE) << "no completion is due";
+    mPspRtPprComplFlag = TRUE;
+    mRtPprEn = FALSE;
+    EXPECT_EQ(IsRtPprRepairedSuccess(), FALSE);
+    EXPECT_THAT(Machine.TakeStory(), IsEmpty());
+}
+
+TEST(RepairVerification, AScrubThatNeverPassesTheRowEndsAfter200Looks) {
+    RepairMachine Machine;
+    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+    Machine.Serve(1);
+    Machine.Umc.ScrubStep = 0;
+    Machine.Umc.OnScrub = [&](std::uint64_t, std::uint64_t) { Machine.LogError(20); };
+    const auto Before = Machine.Sim->Now();
+    mPspRtPprComplFlag = TRUE;
+    EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
+    EXPECT_EQ(Machine.Umc.AddressReads, 201u);
+    EXPECT_EQ(Machine.Sim->Now() - Before, 200u);
+    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Timeout while waiting for scrubbing done."));
+    EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 2"));
+}
+
+TEST(RepairVerification, AStuckScrubberIsToldAndTheVerificationGoesOn) {
+    for (const bool IsOn : {false, true}) {
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        Machine.Serve(1);
+        Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3) = IsOn ? 0x100 : 0;
+        Machine.Umc.IsScrubberStuck = true;
+        mPspRtPprComplFlag = TRUE;
+        EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
+        EXPECT_EQ(Machine.Sim.Traced("Disable patrol scrubber: Failed"), IsOn);
+        EXPECT_EQ(Machine.Sim.Traced("Enable patrol scrubber: Failed"), !IsOn);
+        EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 1"));
+    }
+}
+
+TEST(RepairVerification, WhatCannotBeReachedDoesNotPass) {
+    RepairMachine Machine;
+    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+    Machine.Table[0].Socket = 2;
+    Machine.Table[1].McaBankNumber = 64;
+    Machine.Table[2].CpuInfo.ProcessorNumber = 9;  // does not answer
+    Machine.Table[3].NormalizedAddress = 0;
+    Machine.Table[4].UmcChannel = 12;
+    Machine.Serve(9);  // more than the table holds
+    mPspRtPprComplFlag = TRUE;
+    EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
+    Story Health;
+    for (const std::string& Line : Machine.TakeStory()) {
+        if (Line.starts_with("health")) {
+            Health.push_back(Line.substr(7));
+        }
+    }
+    EXPECT_THAT(Health, ElementsAre("row 10 result 2", "row 11 result 2", "row 12 result 2", "row 13 result 1",
+                                    "row 14 result 2", "row 15 result 1", "row 16 result 1", "row 17 result 1"));
+}
+
+TEST(RepairVerification, ARowOfADramAddressStartsAtItsFirstBank) {
+    for (const bool IsTranslated : {true, false}) {
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        static DRAM_ADDRESS Asked;
+        static UINT64 Answer;
+        Answer = IsTranslated ? 0x1000000FF : NORMALIZED_ADDRESS_TRANSLATION_FAILED;
+        Machine.Ras.DramToNormalized = [](UINT8 Socket, UINT8 Die, UINT8 Channel, const DRAM_ADDRESS* Address,
+                                          NORMALIZED_ADDRESS* Normalized) {
+            EXPECT_EQ(Socket, 1);
+            EXPECT_EQ(Die, 0);
+            EXPECT_EQ(Channel, 3);
+            Asked = *Address;
+            Normalized->NormalizedAddress = Answer;
+        };
+        RUNTIME_PPR_CHECK_ENTRY& Entry = Machine.Table[0];
+        Entry.EntryType = 8;
+        Entry.NormalizedAddress = 0x100000340;
+        Entry.ChipSelect = 2;
+        Entry.Bank = 0x17;
+        Entry.Column = 0x88;
+        Entry.RankMul = 3;
+        Entry.SubChannel = 1;
+        Machine.Umc.Register(0x50040 + 2 * 4, 3) = 0x8;  // two bank address bits
+        UINT64 Start = 0;
+        Machine.Umc.OnScrub = [&](std::uint64_t From, std::uint64_t) { Start = Start == 0 ? From : Start; };
+        Machine.Serve(1);
+        mPspRtPprComplFlag = TRUE;
+        EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
+        EXPECT_EQ(Asked.ChipSelect, 2);
+        EXPECT_EQ(Asked.Bank, 0x14);
+        EXPECT_EQ(Asked.Row, 0x10u);
+        EXPECT_EQ(Asked.Column, 0x88);
+        EXPECT_EQ(Asked.RankMultiplier, 3);
+        EXPECT_EQ(Asked.SubChannel, 1);
+        EXPECT_EQ(Start, IsTranslated ? 0x1000000C0u : 0x100000300u);
+    }
+}
+
+TEST(RepairVerification, CountingIsSuspendedWhereItIsDone) {
+    RepairMachine Machine;
+    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+    Machine.Serve(1);
+    Machine.Umc.Register(FakeUmc::CNT_CTRL, 3) = 0x80000031;
+    mPlatformApeiData->MemoryErrorCounterEnable = 1;
+    mPlatformApeiData->MemoryErrorCounterMode = 1;
+    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_SUCCESS);
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000030u);
+    EXPECT_EQ(RtPprAdjustErrCounter(FALSE, 0), EFI_SUCCESS);
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000031u);
+    EXPECT_THAT(Machine.TakeStory(), IsEmpty());
+    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 8), EFI_INVALID_PARAMETER);
+    mChkRtPprComplStruct[0].Socket = 2;
+    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_NOT_FOUND);
+
+    mPlatformApeiData->MemoryErrorCounterMode = 0;
+    mRtPprThresholdInterruptMode = 0;
+    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_SUCCESS);
+    EXPECT_THAT(Machine.TakeStory(), ElementsAre("threshold 0 20 0 type 0"));
+    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000031u);
+}
+
+}  // namespace
