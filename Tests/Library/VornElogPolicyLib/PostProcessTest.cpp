@@ -96,11 +96,11 @@ TEST(PostProcessDeferred, APoisonCreationSendsItsSelEventAndInDiagnosticModeTheB
         MemoryRecord Memory(0, 0, 0);
         VornElogSmmPostProcessErrorRecordDeferredMemory(nullptr, &Bank.Data, TRUE);
         VornElogSmmPostProcessErrorRecordDeferredMemory(Memory.Cper(), &Memory.Data, FALSE);
-        EXPECT_FALSE(Machine.Traced("from VornElogSmmRequestPpr (PPR_DEFER)"));
+        EXPECT_FALSE(Machine.Traced("VornElogSmmRequestPpr: PPR type 3, supported"));
         VornElogSmmPostProcessErrorRecordDeferredMemory(Memory.Cper(), &Bank.Data, TRUE);
         EXPECT_EQ(Machine.Events("sel", "bytes", "D5 14 74 44 ").size(), 2u);
         EXPECT_EQ(Machine.MachineCheckSel().size(), IsDiagnostic ? 2u : 0u);
-        EXPECT_EQ(Machine.Traced("from VornElogSmmRequestPpr (PPR_DEFER)"), !IsDiagnostic);
+        EXPECT_EQ(Machine.Traced("VornElogSmmRequestPpr: PPR type 3, supported"), !IsDiagnostic);
     }
 }
 
