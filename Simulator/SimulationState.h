@@ -11,7 +11,7 @@
 namespace Simulator {
 
 struct Simulation::State {
-    explicit State(Configuration Settings) : Hardware(Settings, Events), Platform(Settings, Hardware) {}
+    explicit State(const Configuration& Settings) : Hardware(Settings, Events), Platform(Settings, Hardware) {}
 
     Journal Events;
     Simulator::Machine Hardware;

@@ -27,7 +27,7 @@ EFI_STATUS SmiDispatch::Register(Handler New, EFI_HANDLE* Handle) {
     *Handle = New.Handle;
     const auto Place =
         std::find_if(Handlers.begin(), Handlers.end(), [&New](const Handler& One) { return One.Order > New.Order; });
-    Handlers.insert(Place, std::move(New));
+    Handlers.insert(Place, New);
     return EFI_SUCCESS;
 }
 

@@ -23,8 +23,8 @@ class SmiDispatch {
 
     // Registered handlers of one kind; a handler of the FCH kinds is called in the order of its context.
     struct Handler {
-        Source From;
-        EFI_HANDLE Handle;
+        Source From = Source::Guid;
+        EFI_HANDLE Handle = nullptr;
         std::uint64_t Value = 0;  // of a software SMI
         unsigned Order = 0;
         EFI_GUID Guid{};
