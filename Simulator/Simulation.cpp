@@ -14,7 +14,7 @@
 
 namespace Simulator {
 
-Simulation::Simulation(Configuration Settings) : Everything(std::make_unique<State>(std::move(Settings))) {}
+Simulation::Simulation(const Configuration& Settings) : Everything(std::make_unique<State>(Settings)) {}
 Simulation::~Simulation() = default;
 
 void Simulation::InjectMachineCheck(const MachineCheck& Error) {

@@ -29,7 +29,7 @@ class Firmware;
 class Simulation {
  public:
     // Throws std::invalid_argument for a configuration that is no machine or names what does not exist.
-    explicit Simulation(Configuration Settings);
+    explicit Simulation(const Configuration& Settings);
     ~Simulation();
     Simulation(const Simulation&) = delete;
     Simulation& operator=(const Simulation&) = delete;

@@ -81,7 +81,7 @@ void Compare(const std::string& Name, const Json& Value, const Json& Wanted, std
 
 void CompareFields(const std::string& Prefix, const Json& Value, const Json& Wanted, std::vector<std::string>& Into) {
     for (const auto& [Key, Field] : Wanted.items()) {
-        const std::string Name = Prefix.empty() ? Key : Prefix + "." + Key;
+        const std::string Name = Prefix.empty() ? Key : fmt::format("{}.{}", Prefix, Key);
         if (!Value.contains(Key)) {
             Into.push_back(fmt::format("{} is absent, wanted {}", Name, Brief(Field)));
         } else {

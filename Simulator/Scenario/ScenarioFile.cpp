@@ -12,7 +12,7 @@ namespace {
 
 // A name becomes a folder's name under --out.
 std::string ReadName(const YamlValue& Value) {
-    const std::string Name = Value.Text();
+    std::string Name = Value.Text();
     if (Name.empty() || Name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-") != Name.npos) {
         Value.Refuse(fmt::format("\"{}\" is no name; write it in lower-case letters, digits and -", Name));
     }

@@ -86,7 +86,7 @@ EFI_STATUS YamlValue::Status() const {
 }
 
 std::string YamlValue::GuidName() const {
-    const std::string Name = Scalar("the name of a GUID");
+    std::string Name = Scalar("the name of a GUID");
     if (!FindGuid(Name)) {
         Refuse(
             fmt::format("\"{}\" is no GUID's name; right would be one such as gKyrRasServiceSmmProtocolGuid", Name));

@@ -20,7 +20,7 @@ namespace Simulator {
 // Readers throw ScenarioError at the value's place when it is not what they read.
 class YamlValue {
  public:
-    YamlValue(YAML::Node Node, std::string File) : Node(std::move(Node)), File(std::move(File)) {}
+    YamlValue(const YAML::Node& Node, std::string File) : Node(Node), File(std::move(File)) {}
 
     SourcePosition Where() const;
     [[noreturn]] void Refuse(const std::string& What) const;

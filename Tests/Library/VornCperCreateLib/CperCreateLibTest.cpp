@@ -9,7 +9,6 @@
 #include "Library/VornElogChipsetLib/SmbiosMemoryData.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/VendorServices.h"
-#include "Simulator/Firmware/DriverImage.h"
 #include "Simulator/Simulation.h"
 #include "Tests/Support/FakeServices.h"
 
@@ -50,7 +49,6 @@ class CperCreateLib : public testing::Test {
 
     static inline CperCreateLib* Made = nullptr;
     Simulator::Simulation Machine{Simulator::Configuration{}};
-    const bool IsFresh = (Simulator::RestoreDriverState(), true);  // nothing of an earlier case
     FakeServices Services;
     VORN_MEMORY_INTERFACE_SMM_PROTOCOL Interface{};
     DIMM_MAP_ENTRY Dimms[2] = {{0, 0, 0, 0, {}, u"A1"}, {0, 0, 0, 1, {}, u"A2"}};
