@@ -7,7 +7,7 @@ QUIET := $(if $(V),,>/dev/null)
 
 run:
 	@Scripts/install-packages build
-	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release $(QUIET)
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
 	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
 	@$(BUILD)/release/ras-sim list
 	@$(BUILD)/release/ras-sim run Scenarios/demo.yaml --out out/demo
@@ -25,7 +25,7 @@ firmware:
 
 bench:
 	@Scripts/install-packages build bench
-	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release $(QUIET)
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
 	@cmake --build $(BUILD)/release --target ras-bench $(QUIET)
 	$(BUILD)/release/ras-bench
 
