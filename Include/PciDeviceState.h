@@ -85,6 +85,31 @@ struct PCIE_ERROR_STATUS {
     UINT8 HandleRpPioFatal;
 };
 
+// What the storm check saw of a function's PCIe errors in this SMI; FALSE or TRUE each.
+struct PCIE_SMI_STORM {
+    UINT8 UncorrectedError;  // fatal, non-fatal or RP PIO: the record's severity is raised
+    UINT8 Pcie;              // any of the classes below
+    UINT8 AllFunctions;      // the errors of all functions of the device were counted together
+    UINT8 DpcRpPio;
+    UINT8 Fatal;
+    UINT8 NonFatal;
+    UINT8 Correctable;
+};
+KYR_RECORD(PCIE_SMI_STORM, 7);
+
+// The same of its CXL errors.
+struct CXL_SMI_STORM {
+    UINT8 ProtocolUncorrectedError;  // fatal or non-fatal: the record's severity is raised
+    UINT8 Protocol;                  // any of the protocol classes below
+    UINT8 ProtocolAllFunctions;
+    UINT8 ProtocolFatal;
+    UINT8 ProtocolNonFatal;
+    UINT8 ProtocolCorrectable;
+    UINT8 ComponentFatalOrFailure;  // the record's severity is raised
+    UINT8 ComponentSeverities;      // bit n: component events of severity n, that is, of event log n
+};
+KYR_RECORD(CXL_SMI_STORM, 8);
+
 struct CXL_COMPONENT_SEVERITIES {
     UINT8 Info;
     UINT8 Warn;
@@ -142,7 +167,7 @@ struct PCI_DEVICE_STATE {
         UINT8 DetectedSerr;
         UINT8 Clear;
         UINT8 Handle;
-        UINT8 Reserved5;
+        UINT8 SmiStorm;  // the storm check saw too many
     } LegacyPci;
     UINT8 IsPcie;
     struct {
@@ -151,7 +176,7 @@ struct PCI_DEVICE_STATE {
         UINT8 Reserved7;
         UINT32 NvmeSwitchOperatingMode;  // 0 BSW, 1 iSSW, 0xFFFFFFFF unknown
         UINT8 IsPcieToPciBridge;
-        UINT8 SmiStormFlags[7];  // the first: an uncorrected-error storm was seen
+        PCIE_SMI_STORM SmiStorm;
         PCIE_ERROR_STATUS ErrorStatus;
     } Pcie;
     UINT8 PcieCapabilityOffset;  // 0 for a legacy PCI function
@@ -169,7 +194,7 @@ struct PCI_DEVICE_STATE {
         CXL_AGENT_ADDRESS CxlAgentAddress;
         CXL_DEVICE_ID CxlDeviceId;
         UINT64 DeviceSerialNumber;
-        UINT8 SmiStormFlags[8];
+        CXL_SMI_STORM SmiStorm;
         CXL_ERROR_STATUS ErrorStatus;
         UINT64 ComponentRegisterBlock;
         UINT64 MemoryDeviceRegisterBlock;
