@@ -88,8 +88,8 @@ struct KYR_PLATFORM_APEI_DATA {
     CXL_POLICY_DATA* CxlPolicyData;
     UINT8 Producer138[0x40];
     RB_BUS_MAP* RbBusMap;
-    KYR_PCIE_PORT_MAP* PciePortMap;
-    UINT8 PciePortMapValid;
+    KYR_PCIE_PORT_MAP* KyrPciePortMap;
+    UINT8 PciMapValid;  // the map is ready
     UINT8 Producer189[0x237];
     OEM_MCA_THRESHOLD_MAP_TABLE* OemMcaThresholdMapTable;  // NULL when the platform has none
 };
@@ -113,8 +113,8 @@ KYR_FIELD(KYR_PLATFORM_APEI_DATA, MemoryErrorCounterEnable, 0x107);
 KYR_FIELD(KYR_PLATFORM_APEI_DATA, MemoryErrorCounterMode, 0x108);
 KYR_FIELD(KYR_PLATFORM_APEI_DATA, CxlPolicyData, 0x130);
 KYR_FIELD(KYR_PLATFORM_APEI_DATA, RbBusMap, 0x178);
-KYR_FIELD(KYR_PLATFORM_APEI_DATA, PciePortMap, 0x180);
-KYR_FIELD(KYR_PLATFORM_APEI_DATA, PciePortMapValid, 0x188);
+KYR_FIELD(KYR_PLATFORM_APEI_DATA, KyrPciePortMap, 0x180);
+KYR_FIELD(KYR_PLATFORM_APEI_DATA, PciMapValid, 0x188);
 KYR_FIELD(KYR_PLATFORM_APEI_DATA, OemMcaThresholdMapTable, 0x3C0);
 
 // PcieErrorHandlingMode values that mean firmware first.

@@ -36,7 +36,7 @@ constexpr ApeiField APEI_FIELDS[] = {
     FIELD(RuntimePprEnable),  // both switches, the first in the low byte
     FIELD(MemoryErrorCounterEnable),
     FIELD(MemoryErrorCounterMode),
-    FIELD(PciePortMapValid),
+    FIELD(PciMapValid),
 };
 #undef FIELD
 constexpr char CXL_SW_SMI_FIELD[] = "CxlSwSmiValue";  // lies in the CXL policy data
