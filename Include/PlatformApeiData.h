@@ -45,12 +45,28 @@ KYR_FIELD(MCA_THRESHOLD_SETTING, ThresholdIntType, 4);
 inline constexpr UINT8 THRESHOLD_INT_TYPE_NONE = 0;
 inline constexpr UINT8 THRESHOLD_INT_TYPE_SMI = 2;
 
+// Root complex register block of a restricted CXL port: 4 KiB, the one of the device's upstream port behind it.
+struct CXL_RCRB_ENTRY {
+    UINT8 Segment;
+    UINT8 Bus;  // where the restricted device appears
+    UINT8 Reserved2[6];
+    UINT64 DownstreamPortRcrb;  // memory address
+};
+KYR_RECORD(CXL_RCRB_ENTRY, 16);
+KYR_FIELD(CXL_RCRB_ENTRY, DownstreamPortRcrb, 8);
+
 struct CXL_POLICY_DATA {
-    UINT8 Producer0[0x1C];
+    const CXL_RCRB_ENTRY* RcrbEntries;  // NULL when RcrbCount is 0
+    UINT32 RcrbCount;
+    UINT32 OscDword4;  // what the OS told when it last evaluated _OSC: CxlOscSupport
+    UINT32 OscDword5;  // CxlOscControl; asked for by the OS, granted by the driver
+    UINT8 Producer14[8];
     UINT8 SwSmiValue;
     UINT8 Producer1D[3];
 };
 KYR_RECORD(CXL_POLICY_DATA, 0x20);
+KYR_FIELD(CXL_POLICY_DATA, OscDword4, 0x0C);
+KYR_FIELD(CXL_POLICY_DATA, OscDword5, 0x10);
 KYR_FIELD(CXL_POLICY_DATA, SwSmiValue, 0x1C);
 
 struct RAS_ACPI_SMM_DATA;
