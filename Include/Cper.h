@@ -165,9 +165,11 @@ KYR_RECORD(CPER_PCIE_DEVICE_ID, 16);
 KYR_FIELD(CPER_PCIE_DEVICE_ID, Function, 7);
 KYR_FIELD(CPER_PCIE_DEVICE_ID, Segment, 9);
 KYR_FIELD(CPER_PCIE_DEVICE_ID, Bus, 11);
+KYR_FIELD(CPER_PCIE_DEVICE_ID, SlotNumber, 13);
 
+// PCI Express error section (appendix N.2.7).
 struct CPER_PCIE_SECTION {
-    UINT64 ValidationBits;
+    UINT64 ValidationBits;  // CperPcieValid
     UINT32 PortType;
     UINT32 Version;
     UINT32 CommandStatus;
@@ -179,7 +181,12 @@ struct CPER_PCIE_SECTION {
     UINT8 AerInfo[96];
 };
 KYR_RECORD(CPER_PCIE_SECTION, 208);
+KYR_FIELD(CPER_PCIE_SECTION, PortType, 8);
+KYR_FIELD(CPER_PCIE_SECTION, Version, 12);
+KYR_FIELD(CPER_PCIE_SECTION, CommandStatus, 16);
 KYR_FIELD(CPER_PCIE_SECTION, DeviceId, 24);
+KYR_FIELD(CPER_PCIE_SECTION, DeviceSerialNumber, 40);
+KYR_FIELD(CPER_PCIE_SECTION, BridgeControlStatus, 48);
 KYR_FIELD(CPER_PCIE_SECTION, CapabilityStructure, 52);
 KYR_FIELD(CPER_PCIE_SECTION, AerInfo, 112);
 
@@ -201,6 +208,65 @@ struct CPER_PCI_COMPONENT_SECTION {
 KYR_RECORD(CPER_PCI_COMPONENT_SECTION, 40);
 KYR_FIELD(CPER_PCI_COMPONENT_SECTION, Function, 23);
 KYR_FIELD(CPER_PCI_COMPONENT_SECTION, Segment, 26);
+
+struct CPER_CXL_DEVICE_ID {
+    UINT16 VendorId;
+    UINT16 DeviceId;
+    UINT16 SubsystemVendorId;
+    UINT16 SubsystemId;
+    UINT16 ClassCode;   // base class << 8 | subclass
+    UINT16 SlotNumber;  // CperSlotNumber
+    UINT32 Reserved12;
+};
+KYR_RECORD(CPER_CXL_DEVICE_ID, 16);
+KYR_FIELD(CPER_CXL_DEVICE_ID, ClassCode, 8);
+KYR_FIELD(CPER_CXL_DEVICE_ID, SlotNumber, 10);
+
+// Front of the CXL protocol error section (appendix N.2.13). The DVSEC follows, then the error log.
+struct CPER_CXL_PROTOCOL_SECTION {
+    UINT64 ValidationBits;  // CperCxlProtocolValid
+    UINT8 CxlAgentType;     // CXL_AGENT_TYPE
+    UINT8 Reserved9[7];
+    UINT8 CxlAgentAddress[8];  // CXL_AGENT_ADDRESS, or the RCRB base of a restricted downstream port
+    CPER_CXL_DEVICE_ID DeviceId;
+    UINT64 DeviceSerialNumber;
+    UINT8 CapabilityStructure[60];
+    UINT16 CxlDvsecLength;     // bytes
+    UINT16 CxlErrorLogLength;  // bytes
+    UINT32 Reserved112;
+};
+KYR_RECORD(CPER_CXL_PROTOCOL_SECTION, 116);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, CxlAgentType, 8);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, CxlAgentAddress, 16);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, DeviceId, 24);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, DeviceSerialNumber, 40);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, CapabilityStructure, 48);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, CxlDvsecLength, 108);
+KYR_FIELD(CPER_CXL_PROTOCOL_SECTION, CxlErrorLogLength, 110);
+
+// CXL component events section (appendix N.2.14); its type is the event record's UUID.
+struct CPER_CXL_COMPONENT_SECTION {
+    UINT32 Length;
+    UINT64 ValidationBits;  // CperCxlComponentValid
+    UINT16 VendorId;
+    UINT16 DeviceId;
+    UINT8 Function;
+    UINT8 Device;
+    UINT8 Bus;
+    UINT16 Segment;
+    UINT16 SlotNumber;  // CperSlotNumber
+    UINT8 Reserved23;
+    UINT64 DeviceSerialNumber;
+    UINT8 ComponentEventLog[128];
+};
+KYR_RECORD(CPER_CXL_COMPONENT_SECTION, 160);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, ValidationBits, 4);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, VendorId, 12);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, Function, 16);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, Segment, 19);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, SlotNumber, 21);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, DeviceSerialNumber, 24);
+KYR_FIELD(CPER_CXL_COMPONENT_SECTION, ComponentEventLog, 32);
 #pragma pack(pop)
 
 // Severities. CperSeverityUnset never reaches a record.
@@ -248,6 +314,38 @@ using Extended = Field<UINT64, 18>;
 using BankGroup = Field<UINT64, 19>;
 using BankAddress = Field<UINT64, 20>;
 }  // namespace CperMemoryValid
+
+namespace CperPcieValid {
+using PortType = Field<UINT64, 0>;
+using Version = Field<UINT64, 1>;
+using CommandStatus = Field<UINT64, 2>;
+using DeviceId = Field<UINT64, 3>;
+using DeviceSerialNumber = Field<UINT64, 4>;
+using BridgeControlStatus = Field<UINT64, 5>;
+using CapabilityStructure = Field<UINT64, 6>;
+using AerInfo = Field<UINT64, 7>;
+}  // namespace CperPcieValid
+
+namespace CperCxlProtocolValid {
+using CxlAgentType = Field<UINT64, 0>;
+using CxlAgentAddress = Field<UINT64, 1>;
+using DeviceId = Field<UINT64, 2>;
+using DeviceSerialNumber = Field<UINT64, 3>;
+using CapabilityStructure = Field<UINT64, 4>;
+using CxlDvsec = Field<UINT64, 5>;
+using CxlErrorLog = Field<UINT64, 6>;
+}  // namespace CperCxlProtocolValid
+
+namespace CperCxlComponentValid {
+using DeviceId = Field<UINT64, 0>;
+using DeviceSerialNumber = Field<UINT64, 1>;
+using ComponentEventLog = Field<UINT64, 2>;
+}  // namespace CperCxlComponentValid
+
+// Slot number of a PCIe or CXL section; its low bits are reserved.
+namespace CperSlotNumber {
+using Slot = Field<UINT16, 15, 3>;
+}
 
 // ErrorStatus of a memory section.
 namespace CperErrorStatus {

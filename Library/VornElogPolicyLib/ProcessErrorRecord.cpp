@@ -1,6 +1,7 @@
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
 
 #include "Library/RasLib/Trace.h"
+#include "Library/VornCperCreateLib/CxlSections.h"
 #include "Library/VornElogPolicyLib/Cxl/CxlRecord.h"
 #include "Library/VornElogPolicyLib/MachineCheck/ProcessMachineCheck.h"
 #include "Library/VornElogPolicyLib/Memory/MemoryRecord.h"

@@ -1,13 +1,11 @@
-// CXL error records.
+// CXL error records on their way into the PCI buffer.
 #pragma once
 
 #include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
 
-// Whether a section of this type holds a CXL component event.
-BOOLEAN VornElogCxlCheckComponentEventSectionType(const EFI_GUID* pSectionType);
-
-// File a CXL component event or a CXL protocol error in the PCI buffer.
+// File a CXL component event or a CXL protocol error in the PCI buffer, and switch the function's reporting off when
+// its errors come too fast. Statuses as of VornElogSmmProcessErrorRecordPcie.
 EFI_STATUS VornElogSmmProcessErrorRecordCxlComponent(const CPER_RECORD* pCper,
                                                      KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData);
 EFI_STATUS VornElogSmmProcessErrorRecordCxlProtocol(const CPER_RECORD* pCper,

@@ -1,7 +1,7 @@
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 
 #include "Library/RasLib/Trace.h"
-#include "Library/VornElogPolicyLib/Cxl/CxlRecord.h"
+#include "Library/VornCperCreateLib/CxlSections.h"
 #include "Library/VornElogPolicyLib/Memory/Thresholds.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcEvent.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
