@@ -1,8 +1,7 @@
 // What the event log records of one error have in common.
 #pragma once
 
-#include "Include/PciDeviceState.h"
-#include "Include/PcieAlreadyLogged.h"
+#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 
 // The event of a record: which function reports it, and how events name it.
 struct PCIE_SEL_DATA {
