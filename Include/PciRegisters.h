@@ -116,6 +116,17 @@ inline constexpr UINT32 Type64 = 2;  // the next base address register is the up
 inline constexpr UINT32 MemoryAttributes = 0xF;
 }  // namespace PciBar
 
+// Base and limit of a bridge's memory windows.
+namespace PciMemoryWindow {
+using Address = Field<UINT16, 15, 4>;  // bits 31:20 of the address
+using Kind = Field<UINT16, 3, 0>;
+static_assert(FieldsDisjoint<Address, Kind>());
+inline constexpr UINT16 Kind32 = 0;
+inline constexpr UINT16 Kind64 = 1;  // prefetchable only: bits 63:32 lie in the upper registers
+inline constexpr unsigned UnitShift = 20;
+inline constexpr UINT32 UnitMask = 0xFFFFF;  // low bits of a limit
+}  // namespace PciMemoryWindow
+
 // ---- Capabilities ---------------------------------------------------------------------------------------------
 
 enum PCI_CAPABILITY_ID : UINT8 {

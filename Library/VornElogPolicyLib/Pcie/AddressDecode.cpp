@@ -1,0 +1,146 @@
+#include "Library/VornElogPolicyLib/Pcie/AddressDecode.h"
+
+#include "Library/RasLib/Trace.h"
+#include "Library/VornElogBaseLib/PciConfiguration.h"
+
+namespace {
+
+struct MEMORY_REQUEST {
+    UINT32 FmtType;
+    TLP_HEADER_FMT_TYPE Kind;
+    bool Has64BitAddress;
+};
+
+constexpr MEMORY_REQUEST MemoryRequests[] = {
+    {TlpHeader::MemWr32, TlpMemoryWrite, false},      {TlpHeader::MemWr64, TlpMemoryWrite, true},
+    {TlpHeader::MemRd32, TlpMemoryRead, false},       {TlpHeader::MemRd64, TlpMemoryRead, true},
+    {TlpHeader::MemRd32Locked, TlpMemoryRead, false}, {TlpHeader::MemRd64Locked, TlpMemoryRead, true},
+};
+
+// NULL for any other request.
+const MEMORY_REQUEST* FindMemoryRequest(const UINT32* pHeaderLog) {
+    const UINT32 FmtType = TlpHeader::FmtType::Get(pHeaderLog[0]);
+    for (const MEMORY_REQUEST& Request : MemoryRequests) {
+        if (Request.FmtType == FmtType) {
+            return &Request;
+        }
+    }
+    return nullptr;
+}
+
+constexpr UINT64 ABOVE_4_GIB = 0xFFFFFFFF00000000;
+
+// The bits of a base address register that can be written: its size mask, with the attribute bits. Found is what the
+// register held and holds again afterwards.
+UINT32 WritableBits(UINT64 Register, UINT32 Found) {
+    PciSegmentWrite32(Register, 0xFFFFFFFF);
+    const UINT32 Bits = PciSegmentRead32(Register);
+    PciSegmentWrite32(Register, Found);
+    return Bits;
+}
+
+// Whether one of the first Count base address registers decodes the address.
+bool DoBaseAddressesDecode(const PCI_SBDF& Where, UINTN Count, UINT64 Address) {
+    for (UINTN Index = 0; Index < Count; Index++) {
+        const UINT64 Register =
+            PciFunctionAddress(Where, static_cast<UINT16>(PCI_BASE_ADDRESS_0 + Index * sizeof(UINT32)));
+        const UINT32 Low = PciSegmentRead32(Register);
+        if (PciBar::SpaceIsIo::Get(Low)) {
+            continue;
+        }
+        UINT64 Base = Low & ~PciBar::MemoryAttributes;
+        UINT64 SizeMask = WritableBits(Register, Low) & ~PciBar::MemoryAttributes;
+        if (PciBar::Type::Get(Low) == PciBar::Type64) {
+            Index++;
+            if (Index == Count) {
+                break;  // its upper half would lie outside: a broken register decodes nothing
+            }
+            const UINT64 UpperRegister = Register + sizeof(UINT32);
+            const UINT32 High = PciSegmentRead32(UpperRegister);
+            Base |= static_cast<UINT64>(High) << 32;
+            SizeMask |= static_cast<UINT64>(WritableBits(UpperRegister, High)) << 32;
+        } else if (SizeMask != 0) {
+            SizeMask |= ABOVE_4_GIB;
+        }
+        if (SizeMask != 0 && (Address & SizeMask) == Base) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A bridge's window from its base and limit registers (PCI-to-PCI Bridge Architecture 1.2, sections 3.2.5.8 and
+// 3.2.5.9). A base above the limit closes it.
+bool DoesWindowDecode(UINT32 BaseAndLimit, UINT32 BaseUpper, UINT32 LimitUpper, UINT64 Address) {
+    const auto BaseRegister = static_cast<UINT16>(BaseAndLimit);
+    const auto LimitRegister = static_cast<UINT16>(BaseAndLimit >> 16);
+    const UINT64 Base =
+        static_cast<UINT64>(BaseUpper) << 32 | static_cast<UINT64>(PciMemoryWindow::Address::Get(BaseRegister))
+                                                   << PciMemoryWindow::UnitShift;
+    const UINT64 Limit = static_cast<UINT64>(LimitUpper) << 32 |
+                         static_cast<UINT64>(PciMemoryWindow::Address::Get(LimitRegister))
+                             << PciMemoryWindow::UnitShift |
+                         PciMemoryWindow::UnitMask;
+    return Base <= Address && Address <= Limit;
+}
+
+}  // namespace
+
+TLP_HEADER_FMT_TYPE VornElogGetTlpHeaderFmtType(const PCI_DEVICE_STATE* pPciDeviceState, const UINT32* pHeaderLog) {
+    if (pPciDeviceState == nullptr || pHeaderLog == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR One or more input parameters are NULL, aborting...\n");
+        return TlpOther;
+    }
+    const MEMORY_REQUEST* const pRequest = FindMemoryRequest(pHeaderLog);
+    return pRequest == nullptr ? TlpOther : pRequest->Kind;
+}
+
+BOOLEAN VornElogSmmCheckMemAccessForPcieDevType0Header(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, UINT64 Address) {
+    return DoBaseAddressesDecode({Seg, Bus, Dev, Func}, PCI_TYPE0_BASE_ADDRESSES, Address);
+}
+
+BOOLEAN VornElogSmmCheckMemAccessForPcieDevType1Header(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, UINT64 Address) {
+    const PCI_SBDF Where{Seg, Bus, Dev, Func};
+    if (DoBaseAddressesDecode(Where, PCI_TYPE1_BASE_ADDRESSES, Address)) {
+        return TRUE;
+    }
+    // A kind that the window cannot have is that of a bridge which answers no more.
+    const UINT32 Memory = PciSegmentRead32(PciFunctionAddress(Where, PCI_MEMORY_BASE));
+    if (PciMemoryWindow::Kind::Get(static_cast<UINT16>(Memory)) == PciMemoryWindow::Kind32 &&
+        DoesWindowDecode(Memory, 0, 0, Address)) {
+        return TRUE;
+    }
+    const UINT32 Prefetchable = PciSegmentRead32(PciFunctionAddress(Where, PCI_PREFETCHABLE_MEMORY_BASE));
+    switch (PciMemoryWindow::Kind::Get(static_cast<UINT16>(Prefetchable))) {
+        case PciMemoryWindow::Kind32:
+            return DoesWindowDecode(Prefetchable, 0, 0, Address);
+        case PciMemoryWindow::Kind64:
+            return DoesWindowDecode(
+                Prefetchable, PciSegmentRead32(PciFunctionAddress(Where, PCI_PREFETCHABLE_BASE_UPPER)),
+                PciSegmentRead32(PciFunctionAddress(Where, PCI_PREFETCHABLE_LIMIT_UPPER)), Address);
+        default:
+            return FALSE;
+    }
+}
+
+BOOLEAN VornElogSmmCheckMemAccessForPcieDev(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, const UINT32* pHeaderLog) {
+    if (pHeaderLog == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR pHeaderLog == NULL, aborting...\n");
+        return FALSE;
+    }
+    const MEMORY_REQUEST* const pRequest = FindMemoryRequest(pHeaderLog);
+    if (pRequest == nullptr) {
+        return FALSE;
+    }
+    const UINT64 Address =
+        pRequest->Has64BitAddress ? static_cast<UINT64>(pHeaderLog[2]) << 32 | pHeaderLog[3] : pHeaderLog[2];
+    const UINT8 HeaderType = PciSegmentRead8(PciSegmentAddress(Seg, Bus, Dev, Func, PCI_HEADER_TYPE));
+    switch (PciHeaderType::Layout::Get(HeaderType)) {
+        case PciHeaderType::Type0:
+            return VornElogSmmCheckMemAccessForPcieDevType0Header(Seg, Bus, Dev, Func, Address);
+        case PciHeaderType::Type1:
+            return VornElogSmmCheckMemAccessForPcieDevType1Header(Seg, Bus, Dev, Func, Address);
+        default:
+            return FALSE;
+    }
+}

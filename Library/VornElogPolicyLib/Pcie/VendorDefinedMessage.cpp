@@ -1,0 +1,64 @@
+#include "Library/VornElogPolicyLib/Pcie/VendorDefinedMessage.h"
+
+#include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
+#include "Library/VornElogPolicyLib/PrivateData.h"
+
+EFI_STATUS VornElogSmmIsPcieVdmType1DmtfMessage(const PCI_DEVICE_STATE* pPciDeviceState, const UINT32* pHeaderLog,
+                                                BOOLEAN* pIsVdm) {
+    if (!IsDeviceStateGiven(pPciDeviceState)) {
+        return EFI_INVALID_PARAMETER;
+    }
+    if (pHeaderLog == nullptr || pIsVdm == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR One or more input parameters are NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    const UINT32 FmtType = TlpHeader::FmtType::Get(pHeaderLog[0]);
+    *pIsVdm = (FmtType == TlpHeader::Msg || FmtType == TlpHeader::MsgD) &&
+              TlpHeader::MessageCode::Get(pHeaderLog[1]) == TlpHeader::VendorDefinedType1 &&
+              TlpHeader::MessageVendorId::Get(pHeaderLog[2]) == TlpHeader::VendorIdDmtf;
+    if (*pIsVdm != FALSE) {
+        const PCI_SBDF At = SbdfOf(pPciDeviceState->PciAddress);
+        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
+              "%a: SBDF %04X:%02X:%02X.%1X Error associated with PCIe VDM Type 1 Message, ignore associated errors\n",
+              At.Seg, At.Bus, At.Dev, At.Func);
+    }
+    return EFI_SUCCESS;
+}
+
+EFI_STATUS VornElogSmmCheckPcieVdmType1DmtfMsg(const PCI_DEVICE_STATE* pPciDeviceState,
+                                               BOOLEAN* pIgnorePcieVdmType1DmtfMessage) {
+    if (!IsDeviceStateGiven(pPciDeviceState)) {
+        return EFI_INVALID_PARAMETER;
+    }
+    if (pIgnorePcieVdmType1DmtfMessage == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR pIgnorePcieVdmType1DmtfMessage == NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    *pIgnorePcieVdmType1DmtfMessage = FALSE;
+    const PCI_DEVICE_STATE* const pRootPort = pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort;
+    if (pRootPort == nullptr) {
+        Trace(DEBUG_ERROR,
+              "%a: ERROR pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort NULL on entry, "
+              "aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    if (pRootPort->AerOffset == 0 || pPciDeviceState->AerOffset == 0) {
+        const PCI_SBDF At = SbdfOf((pRootPort->AerOffset == 0 ? pRootPort : pPciDeviceState)->PciAddress);
+        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
+              "%a: SBDF %04X:%02X:%02X.%1X PCIe extended capability (AER) structure not supported, exiting...\n",
+              At.Seg, At.Bus, At.Dev, At.Func);
+        return EFI_UNSUPPORTED;
+    }
+    const UINT32 RootErrorStatus =
+        PciSegmentRead32(LiveRegister(*pRootPort, pRootPort->AerOffset + AER_ROOT_ERROR_STATUS));
+    if ((RootErrorStatus & AerRootErrorStatus::MultipleErrFatalNonFatalReceived) != 0) {
+        const PCI_SBDF At = SbdfOf(pRootPort->PciAddress);
+        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
+              "%a: RP @ SBDF %04X:%02X:%02X.%1X received multiple uncorrectable errors, none is ignored\n", At.Seg,
+              At.Bus, At.Dev, At.Func);
+        return EFI_SUCCESS;
+    }
+    UINT32 HeaderLog[TLP_HEADER_LOG_DWORDS];
+    CopyHeaderLog(HeaderLog, pPciDeviceState->AerCapability + AER_HEADER_LOG);
+    return VornElogSmmIsPcieVdmType1DmtfMessage(pPciDeviceState, HeaderLog, pIgnorePcieVdmType1DmtfMessage);
+}
