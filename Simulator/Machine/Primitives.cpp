@@ -1,5 +1,6 @@
 // The hardware primitives of the seam, for the machine that lives and the processor that runs.
 #include "Platform/Hardware.h"
+#include "Platform/StallTimer.h"
 #include "Simulator/Machine/Machine.h"
 
 using Simulator::Machine;
@@ -60,6 +61,8 @@ UINT32 GetApicId() {
     const Machine& Running = Machine::Current();
     return Running.ProcessorAt(Running.CurrentProcessor()).Location().ApicId;
 }
+
+void StallTimerConstructor() {}  // virtual time needs no measuring
 
 void MicroSecondDelay(UINT64 Microseconds) {
     Machine::Current().Advance(Microseconds);

@@ -13,6 +13,7 @@
 #include "Library/VornElogChipsetLib/ChipsetLib.h"
 #include "Library/VornElogChipsetLib/SelTransport.h"
 #include "Library/VornElogPolicyLib/PolicyLib.h"
+#include "Platform/StallTimer.h"
 #include "PlatformRas/Qtz/Smm/DriverInit.h"
 
 namespace {
@@ -25,6 +26,10 @@ constexpr LIBRARY_FUNCTION Constructors[] = {
     SmmServicesTableLibConstructor,
     [](EFI_HANDLE, EFI_SYSTEM_TABLE*) { return DebugLibConstructor(); },
     PcdLibConstructor,
+    [](EFI_HANDLE, EFI_SYSTEM_TABLE*) {
+        StallTimerConstructor();
+        return EFI_SUCCESS;
+    },
     SmmMemLibConstructor,
     KyrCfgPcdBufLibDxeConstructor,
     [](EFI_HANDLE, EFI_SYSTEM_TABLE*) { return PciSegmentInfoLibConstructor(); },
