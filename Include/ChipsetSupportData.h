@@ -94,17 +94,20 @@ KYR_FIELD(MACHINE_CHECK_SUPPORT_DATA, NormalizedAddressInfo, 10304);
 KYR_FIELD(MACHINE_CHECK_SUPPORT_DATA, DimmInfo, 10320);
 KYR_FIELD(MACHINE_CHECK_SUPPORT_DATA, UmcCeccPfaThresholdData, 10356);
 
-// Data of a record that came from a PCI function: the two bytes that mark a DPC event, and what the capture of
-// the function left for the record.
+// Data of a record that came from a PCI function: what a containment event tells the later steps, and what the
+// capture of the function left for the record (the front of its PCI_DEVICE_STATE).
 struct PCI_SUPPORT_DATA {
-    UINT8 DpcEvent;
-    UINT8 DpcOsLoaded;
-    UINT8 Reserved2[6];
+    UINT8 DpcOsLoaded;  // the OS drives the recovery of the port
+    UINT8 DpcEvent;     // the record is about a containment event
+    UINT8 Reserved2[2];
+    UINT8 ChipsetDataValid;
+    UINT8 Reserved5[3];
     UINT8 ChipsetData[28];
     UINT8 Reserved36[10332];
 };
 KYR_RECORD(PCI_SUPPORT_DATA, 10368);
-KYR_FIELD(PCI_SUPPORT_DATA, DpcOsLoaded, 1);
+KYR_FIELD(PCI_SUPPORT_DATA, DpcEvent, 1);
+KYR_FIELD(PCI_SUPPORT_DATA, ChipsetDataValid, 4);
 KYR_FIELD(PCI_SUPPORT_DATA, ChipsetData, 8);
 
 struct KYR_CHIPSET_SUPPORT_DATA {

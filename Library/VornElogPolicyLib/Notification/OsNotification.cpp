@@ -172,7 +172,7 @@ EFI_STATUS VornElogSmmOsErrorContainment(const CPER_RECORD* pCper,
                   pCper->Header.RecordLength);
             return EFI_INVALID_PARAMETER;
         }
-        if (IsFatalOrRecoverable && pKyrChipsetSupportData->Pci.DpcEvent != FALSE &&
+        if (IsFatalOrRecoverable && pKyrChipsetSupportData->Pci.DpcOsLoaded != FALSE &&
             IsDpcAwareOs(Pci.Segment, Pci.Bus, Pci.Device, Pci.Function) != FALSE) {
             Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
                   "%a: Skipping NMI notification for DPC event, exiting...\n");

@@ -1,6 +1,7 @@
 #include "Library/VornElogPolicyLib/Pcie/DpcEvent.h"
 
 #include "Library/RasLib/StandIn.h"
+#include "Library/VornElogPolicyLib/Pcie/DpcDownstream.h"
 
 BOOLEAN IsDpcAwareOs(UINT8, UINT8, UINT8, UINT8) {
     TraceStandIn();
