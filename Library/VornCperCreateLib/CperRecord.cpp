@@ -1,6 +1,7 @@
 #include "Library/VornCperCreateLib/CperRecord.h"
 
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornCperCreateLib/CperSeverity.h"
 #include "Library/VornElogBaseLib/RealTimeClock.h"
@@ -111,4 +112,30 @@ void FillCperRecordFrontMachineCheck(UINT64 Level, const MCA_BANK_ERROR_INFO& Ba
         .PreviousError = PreviousError,
     };
     FillCperRecordFront(Level, Front, pCper);
+}
+
+void FillCperRecordFrontIo(UINT64 Level, const CPER_IO_CLASS& Class, const EFI_GUID& SectionType,
+                           UINT64 SectionLength, UINT64 RecordLength, BOOLEAN PreviousError, CPER_RECORD* pCper,
+                           const CHAR8* Caller) {
+    const bool IsPrevious = PreviousError != FALSE;
+    const CPER_RECORD_FRONT Front{
+        .HeaderSeverity = IsPrevious ? UINT32{CperSeverityFatal} : Class.HeaderSeverity,
+        .DescriptorSeverity = IsPrevious ? UINT32{CperSeverityFatal} : Class.DescriptorSeverity,
+        .pNotificationType = &gCperNotifyPcieGuid,
+        .pSectionType = &SectionType,
+        .DescriptorFlags = CPER_DESCRIPTOR_FLAG_PRIMARY,
+        .SectionLength = SectionLength,
+        .RecordLength = RecordLength,
+        .PreviousError = PreviousError,
+    };
+    FillCperRecordFront(Level, Front, pCper);
+    if (Class.FruText == nullptr) {
+        return;
+    }
+    const EFI_STATUS Status = CopyText(pCper->Descriptor.FruString, CPER_FRU_STRING_SIZE, Class.FruText);
+    if (EFI_ERROR(Status)) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r copying FRU text\n", Status);
+        return;
+    }
+    pCper->Descriptor.SecValidMask |= CPER_DESCRIPTOR_FRU_STRING_VALID;
 }

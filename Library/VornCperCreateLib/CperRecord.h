@@ -32,3 +32,15 @@ void FillCperRecordFront(UINT64 Level, const CPER_RECORD_FRONT& Front, CPER_RECO
 void FillCperRecordFrontMachineCheck(UINT64 Level, const MCA_BANK_ERROR_INFO& Bank, const EFI_GUID& SectionType,
                                      UINT64 SectionLength, UINT64 RecordLength, BOOLEAN PreviousError,
                                      CPER_RECORD* pCper);
+
+// Severities and FRU text of a record of a PCI function.
+struct CPER_IO_CLASS {
+    UINT32 HeaderSeverity;
+    UINT32 DescriptorSeverity;
+    const CHAR8* FruText;  // NULL: none
+};
+
+// The same for the kinds that a PCI function yields. A previous error is fatal, whatever its class.
+void FillCperRecordFrontIo(UINT64 Level, const CPER_IO_CLASS& Class, const EFI_GUID& SectionType,
+                           UINT64 SectionLength, UINT64 RecordLength, BOOLEAN PreviousError, CPER_RECORD* pCper,
+                           const CHAR8* Caller = __builtin_FUNCTION());

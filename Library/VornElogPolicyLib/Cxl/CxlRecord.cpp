@@ -2,11 +2,6 @@
 
 #include "Library/RasLib/StandIn.h"
 
-BOOLEAN VornElogCxlCheckComponentEventSectionType(const EFI_GUID*) {
-    TraceStandIn();
-    return FALSE;
-}
-
 EFI_STATUS VornElogSmmProcessErrorRecordCxlComponent(const CPER_RECORD*, KYR_CHIPSET_SUPPORT_DATA*) {
     TraceStandIn();
     return EFI_UNSUPPORTED;
