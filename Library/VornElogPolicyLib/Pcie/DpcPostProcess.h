@@ -4,8 +4,7 @@
 #include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
 #include "Include/PciDeviceState.h"
-#include "Include/SelData.h"
-#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
+#include "Library/VornElogPolicyLib/Pcie/SelEvent.h"
 
 // All three take the record of a port and its chipset data, the port's queued state, its slot, and what this run of
 // post-processing has sent already. pSelStatus becomes EFI_SUCCESS when an event went to the event log.
@@ -14,7 +13,7 @@
 // The RP PIO registers of a root port whose own programmed IO failed; nothing for another port or another error.
 void VornElogSmmPostProcessErrorRecordPcieDpcRpPio(CPER_RECORD* pCper,
                                                    const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData,
-                                                   const PCI_DEVICE_STATE* pPciDeviceState, ELOG_SEL_DATA* pSelData,
+                                                   const PCI_DEVICE_STATE* pPciDeviceState, PCIE_SEL_DATA* pSelData,
                                                    const PCI_SLOT_NUMBER_DATA* pSlotNumberData,
                                                    EFI_STATUS* pSelStatus, PCIE_ALREADY_LOGGED* pAlreadyLogged,
                                                    BOOLEAN* pIsPostProcessingRequired);
@@ -23,12 +22,12 @@ void VornElogSmmPostProcessErrorRecordPcieDpcRpPio(CPER_RECORD* pCper,
 // it stays as it is for a port whose recovery the OS has already given up.
 void VornElogSmmPostProcessErrorRecordPcieDpcTriggerOnDpcOs(
     CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData, const PCI_DEVICE_STATE* pPciDeviceState,
-    ELOG_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData, EFI_STATUS* pSelStatus,
+    PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData, EFI_STATUS* pSelStatus,
     PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
 
 // The firmware has released the port and reports the error itself, the record's severities raised; with
 // SCI_CAUSE_APEI_GHES as any PCIe error.
 void VornElogSmmPostProcessErrorRecordPcieDpcTriggerOnNonDpcOs(
     CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData, const PCI_DEVICE_STATE* pPciDeviceState,
-    ELOG_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData, EFI_STATUS* pSelStatus,
+    PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData, EFI_STATUS* pSelStatus,
     PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
