@@ -46,7 +46,39 @@ EFI_STATUS VornGetPcieExtendedCapabilityOffsetVendorSpecific(UINT8 Seg, UINT8 Bu
 EFI_STATUS VornGetPcieExtendedCapabilityStructure(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, UINT16 ExtCapId,
                                                   UINT16 Length, UINT16* pOffset, void* Buffer);
 
-// Bytes of the AER and the DPC capability that are worth a copy, by the function's port type.
+// What follows spares accesses to those who hold a part of the function's configuration space already.
+
+// As VornGetPciCapabilityOffset; Status and Capabilities Pointer are taken from the header that was read before.
+UINT8 PciCapabilityOffsetByHeader(const PCI_SBDF& Where, const UINT8* pPciHeader, UINT8 CapId);
+
+struct PCIE_EXTENDED_CAPABILITY_SEARCH {
+    UINT16 ExtCapId;
+    UINT16 Offset;  // 0 until found
+};
+
+// As VornGetPcieExtendedCapabilityOffset, for several capabilities in one walk.
+void FindPcieExtendedCapabilities(const PCI_SBDF& Where, PCIE_EXTENDED_CAPABILITY_SEARCH* pSearches, UINTN Count);
+
+// Reads Length bytes from Offset on. EFI_UNSUPPORTED: they would reach beyond the function's configuration space,
+// nothing is read.
+EFI_STATUS ReadPciStructure(const PCI_SBDF& Where, UINT16 Offset, UINT16 Length, void* Buffer);
+
+// Bytes of the two capabilities that are worth a copy. DpcCapabilityRegister: as at DPC_CAPABILITY.
+constexpr UINT16 AerCopyLength(UINT8 DevicePortType) {
+    return DevicePortType == PcieRootPort      ? AER_CAPABILITY_SIZE_ROOT_PORT
+           : DevicePortType == PcieToPciBridge ? AER_CAPABILITY_SIZE_PCIE_TO_PCI_BRIDGE
+                                               : AER_CAPABILITY_SIZE;
+}
+constexpr UINT16 DpcCopyLength(UINT16 DpcCapabilityRegister) {
+    if (DpcCapability::RpExtensions::Get(DpcCapabilityRegister) == 0) {
+        return DPC_CAPABILITY_SIZE;
+    }
+    // Meant: the log size counts doublewords and is added as bytes; of the logs, only so many bytes are kept.
+    return static_cast<UINT16>(DPC_CAPABILITY_SIZE + DPC_RP_EXTENSIONS_SIZE +
+                               DpcCapability::RpPioLogSize::Get(DpcCapabilityRegister));
+}
+
+// The same lengths by the function's own registers.
 // EFI_INVALID_PARAMETER: pLength is NULL; EFI_UNSUPPORTED, with length 0xFFFF: no PCI Express capability, or a port
 // without DPC.
 EFI_STATUS VornGetPcieExtendedCapabilityStructureLengthAer(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,

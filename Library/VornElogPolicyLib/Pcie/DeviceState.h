@@ -40,8 +40,8 @@ EFI_STATUS VornElogSmmGetPciDeviceState(const IO_HUB_DATA* pIoHubData, const KYR
 EFI_STATUS VornElogRetrievePciDeviceState(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                           PCI_DEVICE_STATE** ppPciDeviceState);
 
-// Empties the queue at the end of an SMI. A failure is traced.
-void VornElogSmmClearPciDeviceStatusQueue();
+// Empties the queue at the end of an SMI. The queue's status, which is traced.
+EFI_STATUS VornElogSmmClearPciDeviceStatusQueue();
 
 // What one post-processing run has already sent. An entry for each kind of port that events are sent of.
 struct PCIE_ALREADY_LOGGED_ENTRY {

@@ -16,5 +16,6 @@ EFI_STATUS PcieErrorScanHelper(UINT8 IndexOfRbBusMap, const IO_HUB_DATA* pIoHubD
 // status of the last step.
 EFI_STATUS VornPcieErrorScan(const IO_HUB_DATA* pIoHubData, const KYR_PCIE_PORT_MAP_ENTRY* pPortMapEntry);
 
-// Hands every queued record of one root complex to VornElogSmmHandlePciDeviceError.
-void VornElogSmmHandlePciErrors(UINT8 SocketId, UINT8 NbioId, UINT8 IohcId, UINT8 Segment, UINT8 BusBase);
+// Hands every queued record of one root complex, oldest first, to VornElogSmmHandlePciDeviceError; what becomes of
+// one does not stop the others. EFI_SUCCESS.
+EFI_STATUS VornElogSmmHandlePciErrors(UINT8 SocketId, UINT8 NbioId, UINT8 IohcId, UINT8 Segment, UINT8 BusBase);

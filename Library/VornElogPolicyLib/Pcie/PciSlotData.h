@@ -17,5 +17,6 @@ EFI_STATUS VornElogSmmGetPcieSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Fun
 EFI_STATUS VornElogSmmGetPciSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                      PCI_SLOT_NUMBER_DATA* pSlotNumberData);
 
-void VornElogDisplayPciSlotNumberData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
-                                      const PCI_SLOT_NUMBER_DATA* pSlotNumberData);
+// Prints slot data. EFI_INVALID_PARAMETER: pSlotNumberData is NULL.
+EFI_STATUS VornElogDisplayPciSlotNumberData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
+                                            const PCI_SLOT_NUMBER_DATA* pSlotNumberData);
