@@ -62,3 +62,16 @@ EFI_STATUS VornElogSmmCheckPcieVdmType1DmtfMsg(const PCI_DEVICE_STATE* pPciDevic
     CopyHeaderLog(HeaderLog, pPciDeviceState->AerCapability + AER_HEADER_LOG);
     return VornElogSmmIsPcieVdmType1DmtfMessage(pPciDeviceState, HeaderLog, pIgnorePcieVdmType1DmtfMessage);
 }
+
+bool IsErrorOfDmtfMessage(const PCI_DEVICE_STATE& State, const CHAR8* Caller) {
+    BOOLEAN Ignore = FALSE;
+    const EFI_STATUS Status = VornElogSmmCheckPcieVdmType1DmtfMsg(&State, &Ignore);
+    if (EFI_ERROR(Status)) {
+        const PCI_SBDF At = SbdfOf(State.PciAddress);
+        TraceAs(Caller, DEBUG_ERROR,
+                "%a: ERROR %r from VornElogSmmCheckPcieVdmType1DmtfMsg SBDF %04X:%02X:%02X.%1X\n", Status, At.Seg,
+                At.Bus, At.Dev, At.Func);
+        return false;
+    }
+    return Ignore != FALSE;
+}

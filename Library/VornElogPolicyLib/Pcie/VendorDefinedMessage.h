@@ -15,3 +15,6 @@ EFI_STATUS VornElogSmmIsPcieVdmType1DmtfMessage(const PCI_DEVICE_STATE* pPciDevi
 // no AER. Nothing is to be ignored then.
 EFI_STATUS VornElogSmmCheckPcieVdmType1DmtfMsg(const PCI_DEVICE_STATE* pPciDeviceState,
                                                BOOLEAN* pIgnorePcieVdmType1DmtfMessage);
+
+// The answer of VornElogSmmCheckPcieVdmType1DmtfMsg; false, and traced in the name of Caller, when it fails.
+bool IsErrorOfDmtfMessage(const PCI_DEVICE_STATE& State, const CHAR8* Caller);
