@@ -167,6 +167,9 @@ void RasService::Program(McaBank& Bank, std::uint32_t Register, ThresholdSetting
     if (Diagnostic) {
         Setting = EACH_ERROR;
     }
+    if (Silenced.contains({&Bank, Register})) {
+        Setting.Interrupt = THRESHOLD_INT_TYPE_NONE;
+    }
     Misc = McaMisc::ErrCnt::Set(Misc, Setting.Count);
     Misc = McaMisc::Ovrflw::Set(Misc, 0);
     Misc = McaMisc::CntEn::Set(Misc, Setting.Enabled ? 1 : 0);
@@ -247,13 +250,13 @@ EFI_STATUS RasService::SetSmiTrigIoCycle(UINT32 Cycle) {
     return EFI_SUCCESS;
 }
 
-// The counter goes on counting but raises no interrupt any more.
 EFI_STATUS RasService::DisableMcaThreshold(const MCA_THRESHOLD_DISABLE_REQUEST* Request) {
     McaBank* Bank = Request == nullptr ? nullptr : FindBank(Request->CpuInfo.ProcessorNumber, Request->McaBankNumber);
     if (Bank == nullptr) {
         return EFI_INVALID_PARAMETER;
     }
     const std::uint32_t Register = Request->ThresholdType == 1 && Bank->HasSecondCounter() ? MCA_MISC1 : MCA_MISC0;
+    Silenced.insert({Bank, Register});
     Bank->Set(Register, McaMisc::ThresholdIntType::Set(Bank->Read(Register), THRESHOLD_INT_TYPE_NONE));
     return EFI_SUCCESS;
 }

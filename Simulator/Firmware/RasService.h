@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "Include/McaErrorInfo.h"
@@ -38,6 +40,7 @@ class RasService {
                                   const MCA_THRESHOLD_SETTING* Setting, BOOLEAN ThisBankOnly,
                                   const OEM_MCA_THRESHOLD_MAP* Map);
     EFI_STATUS SetSmiTrigIoCycle(UINT32 Cycle);
+    // The counter counts on but raises no interrupt before the next boot, however it is programmed.
     EFI_STATUS DisableMcaThreshold(const MCA_THRESHOLD_DISABLE_REQUEST* Request);
     EFI_STATUS DisableMcaTransparentErrorLogging(const MCA_THRESHOLD_DISABLE_REQUEST* Request);
     EFI_STATUS GetPhysicalCpuInfo(CPU_INFO* CpuInfo);
@@ -58,6 +61,7 @@ class RasService {
     EFI_STATUS ForBanks(const UINTN* ProcessorNumber, const UINTN* BankNumber, Do&& Work);
 
     Machine& Hardware;
+    std::set<std::pair<const McaBank*, std::uint32_t>> Silenced;  // counters (MCA_MISC register) without interrupt
     bool Diagnostic = false;  // every threshold raises its interrupt on each error
     std::uint32_t IoCycle = 0;
 };

@@ -195,6 +195,15 @@ TEST_F(RasServiceTest, SilencesACounterOrTransparentErrors) {
     Request.ThresholdType = 1;
     EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_SUCCESS);
     EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 0));
+    const UINTN Processor = 1, Number = UMC_BANK;
+    RasThresholdConfig Again{};
+    Again.McaMisc0DataValid = Again.McaMisc1DataValid = 1;
+    Again.ThresholdControl = Again.McaMisc1ThresholdControl = 1;
+    Again.ThresholdCount = Again.McaMisc1ThresholdCount = 0xFFE;
+    Again.ThresholdIntType = Again.McaMisc1ThresholdIntType = 2;
+    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Again, TRUE), EFI_SUCCESS);
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFFE, 0)) << "silent until the next boot";
+    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFFE, 0));
     EXPECT_EQ(Ras->DisableMcaTransparentErrorLogging(&Request), EFI_SUCCESS);
     EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 1), 0x0000004500000027u);
     EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 0), 0x0000004700000027u);
