@@ -53,6 +53,13 @@ struct DramSettings {
     std::vector<DimmSlotSetting> Slots;
 };
 
+// An operating system that really runs, in a guest whose physical memory is a file, reads the records.
+struct SharedErrorSettings {
+    std::string Memory;                 // the file
+    std::uint64_t PhysicalAddress = 0;  // of the error source in it
+    double PatienceSeconds = 60;        // real time that the guest is given to acknowledge a block
+};
+
 struct Configuration {
     unsigned Sockets = 2;
     unsigned CoresPerSocket = 4;
@@ -73,6 +80,7 @@ struct Configuration {
     unsigned ManufacturingMode = 0;
     bool ApeiOsLoaded = true;
     bool ApeiOsAcknowledges = true;  // a loaded OS lets go of the records that it has read
+    std::optional<SharedErrorSettings> SharedErrors;
     std::optional<std::vector<OemThresholdEntry>> OemThresholdMap;
     std::set<std::string> Missing;           // protocols that are not installed, by GUID name (gFoo...Guid)
     std::map<std::string, Failure> Failing;  // service members, by name

@@ -21,7 +21,19 @@ constexpr std::uint64_t SOFTWARE_SCI_EVENT = 1 << 22;  // in both of the FCH's s
 
 }  // namespace
 
-ApeiLogging::ApeiLogging(Machine& Machine) : Hardware(Machine), Block(STATUS_BLOCK_CAPACITY) {}
+ApeiLogging::ApeiLogging(Machine& Machine) : Hardware(Machine), Block(STATUS_BLOCK_CAPACITY) {
+    if (const auto& Shared = Hardware.Settings().SharedErrors) {
+        RunningOs = std::make_unique<SharedErrorSource>(Shared->Memory, Shared->PhysicalAddress);
+    }
+}
+
+bool ApeiLogging::OwnsBlock() {
+    if (WithOs && RunningOs != nullptr && RunningOs->IsAcknowledged()) {
+        WithOs = false;
+        Block.Clear();
+    }
+    return !WithOs;
+}
 
 EFI_STATUS ApeiLogging::IsApeiOsLoaded(BOOLEAN* IsLoaded) const {
     if (IsLoaded == nullptr) {
@@ -32,7 +44,7 @@ EFI_STATUS ApeiLogging::IsApeiOsLoaded(BOOLEAN* IsLoaded) const {
 }
 
 EFI_STATUS ApeiLogging::ClearGhes() {
-    if (WithOs || Block.IsEmpty()) {
+    if (!OwnsBlock() || Block.IsEmpty()) {
         return EFI_NOT_READY;
     }
     Block.Clear();
@@ -43,7 +55,7 @@ EFI_STATUS ApeiLogging::LogCper(const void* Cper, UINT32 Severity) {
     if (Cper == nullptr) {
         return EFI_INVALID_PARAMETER;
     }
-    if (WithOs) {
+    if (!OwnsBlock()) {
         return EFI_ALREADY_STARTED;
     }
     CPER_RECORD_HEADER Header;
@@ -106,11 +118,16 @@ void ApeiLogging::OperatingSystemRuns() {
     }
     MmioSpace& Mmio = Hardware.Mmio();
     Mmio.Write(FCH_SMI_SOFTWARE_SCI_DATA, 4, *Mmio.Read(FCH_SMI_SOFTWARE_SCI_DATA, 4) & ~SOFTWARE_SCI_EVENT);
-    if (Block.IsEmpty()) {
+    if (!OwnsBlock() || Block.IsEmpty()) {
         return;
     }
     LastRead = Block.Contents();
-    WithOs = !Hardware.Settings().ApeiOsAcknowledges;
+    if (RunningOs != nullptr) {
+        RunningOs->Publish(LastRead);
+        WithOs = !RunningOs->WaitForAcknowledge(Hardware.Settings().SharedErrors->PatienceSeconds);
+    } else {
+        WithOs = !Hardware.Settings().ApeiOsAcknowledges;
+    }
     if (!WithOs) {
         Block.Clear();
     }

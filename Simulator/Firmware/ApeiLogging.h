@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "Platform/Base.h"
 #include "Simulator/Firmware/ErrorStatusBlock.h"
+#include "Simulator/Firmware/SharedErrorSource.h"
 #include "Simulator/Machine/Machine.h"
 
 namespace Simulator {
@@ -33,6 +36,13 @@ class ApeiLogging {
     const std::vector<std::vector<std::uint8_t>>& LoggedRecords() const {
         return Logged;
     }
+    // The OS keeps what it has read while the machine is off.
+    std::vector<std::vector<std::uint8_t>> TakeLogged() {
+        return std::exchange(Logged, {});
+    }
+    void PutLogged(std::vector<std::vector<std::uint8_t>> From) {
+        Logged = std::move(From);
+    }
     // The block with records in it, or as the OS last found it.
     const std::vector<std::uint8_t>& StatusBlock() const {
         return Block.IsEmpty() ? LastRead : Block.Contents();
@@ -40,10 +50,13 @@ class ApeiLogging {
 
  private:
     bool SciIsRouted() const;
+    // Takes the block back where the OS has let go of it since it was last asked. False while the OS reads.
+    bool OwnsBlock();
 
     Machine& Hardware;
     ErrorStatusBlock Block;
-    bool WithOs = false;  // read but not acknowledged
+    std::unique_ptr<SharedErrorSource> RunningOs;  // nullptr: the OS is the model's own
+    bool WithOs = false;                           // read but not acknowledged
     bool Signalled = false;
     std::vector<std::uint8_t> LastRead;
     std::vector<std::vector<std::uint8_t>> Logged;

@@ -86,6 +86,18 @@ class RunSession {
     }
 
  private:
+    // FILE@ADDRESS; throws std::invalid_argument for anything else.
+    static SharedErrorSettings OsMemoryOf(const std::string& Text) {
+        const std::size_t At = Text.rfind('@');
+        std::size_t Used = 0;
+        const std::string Address = At == Text.npos ? "" : Text.substr(At + 1);
+        SharedErrorSettings Settings{Text.substr(0, At), Address.empty() ? 0 : std::stoull(Address, &Used, 0)};
+        if (Address.empty() || Used != Address.size()) {
+            throw std::invalid_argument("--os-memory: FILE@ADDRESS is wanted");
+        }
+        return Settings;
+    }
+
     void Load() {
         std::set<std::string> Names;
         for (const fs::path& File : Options.Files) {
@@ -96,6 +108,9 @@ class RunSession {
                                         fmt::format("another file has the name {} too; names of their own "
                                                     "are needed where --out makes folders of them",
                                                     What.Name));
+                }
+                if (!Options.OsMemory.empty()) {
+                    What.Machine.SharedErrors = OsMemoryOf(Options.OsMemory);
                 }
                 Scenarios.push_back(std::move(What));
             } catch (const ScenarioError& Error) {

@@ -26,6 +26,8 @@ int Run(int Count, char** Arguments) {
     Run->add_option(
         "--out", Options.Out,
         "Folder for journal.jsonl, trace.log, records/, sel.raw and ghes.bin; one below it for each of many");
+    Run->add_option("--os-memory", Options.OsMemory,
+                    "FILE@ADDRESS: an error source in a running guest's memory, which reads the records");
     const std::map<std::string, Simulator::TraceChoice> Choices{{"none", Simulator::TraceChoice::None},
                                                                 {"errors", Simulator::TraceChoice::Errors},
                                                                 {"all", Simulator::TraceChoice::All}};
