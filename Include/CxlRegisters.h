@@ -7,7 +7,6 @@
 
 // --- Designated vendor-specific extended capabilities (section 8.1.1), offsets in bytes from the capability ---
 
-inline constexpr UINT16 PCIE_DVSEC_CAPABILITY_ID = 0x0023;
 inline constexpr UINT16 CXL_DVSEC_VENDOR_ID = 0x1E98;
 
 enum CXL_DVSEC_ID : UINT16 {
@@ -46,6 +45,8 @@ enum CXL_REGISTER_BLOCK_ID : UINT8 {
     CxlBlockComponentRegisters = 1,
     CxlBlockMemoryDeviceRegisters = 3,
 };
+
+inline constexpr UINT32 CXL_FLEX_BUS_PORT_DVSEC_DWORDS = 8;
 
 // CXL agents as error records name them (UEFI 2.10, appendix N.2.13).
 enum CXL_AGENT_TYPE : UINT32 {
