@@ -296,3 +296,9 @@ KYR_FIELD(PCI_DEVICE_STATE, ChipsetData, 4);
 KYR_FIELD(PCI_DEVICE_STATE, PciAddress, 32);
 KYR_FIELD(PCI_DEVICE_STATE, PciHeader, 36);
 KYR_FIELD(PCI_DEVICE_STATE, IsPciBridgeDevice, 100);
+
+// PCIE_DEVICE_PORT_TYPE of a captured function; means nothing for a legacy PCI function.
+constexpr UINT8 DevicePortTypeOf(const PCI_DEVICE_STATE& State) {
+    return static_cast<UINT8>(
+        PcieCapabilities::DevicePortType::Get(CapturedRegister16(State.PcieCapability, PCIE_CAPABILITIES)));
+}

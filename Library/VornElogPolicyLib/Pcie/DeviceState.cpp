@@ -1,0 +1,94 @@
+#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
+
+#include "Library/RasLib/Memory.h"
+#include "Library/RasLib/Trace.h"
+#include "Library/VornElogBaseLib/Queue.h"
+#include "Library/VornElogPolicyLib/PrivateData.h"
+#include "Platform/State.h"
+
+KYR_STATE BOOLEAN DpcTriggerIoHubDataValid = FALSE;
+KYR_STATE IO_HUB_DATA DpcTriggerIoHubData = {};
+KYR_STATE BOOLEAN DpcTriggerPortMapEntryValid = FALSE;
+KYR_STATE KYR_PCIE_PORT_MAP_ENTRY DpcTriggerPortMapEntry = {};
+
+void ClearDpcTriggerSlot() {
+    DpcTriggerIoHubDataValid = FALSE;
+    DpcTriggerIoHubData = {};
+    DpcTriggerPortMapEntryValid = FALSE;
+    DpcTriggerPortMapEntry = {};
+}
+
+EFI_STATUS VornElogSmmAllocatePciDeviceStateMemory(PCI_DEVICE_STATE** ppPciDeviceState) {
+    if (ppPciDeviceState == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR ppPciDeviceState == NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    const EFI_STATUS Status = AllocateZeroedRuntimeData(sizeof(PCI_DEVICE_STATE), ppPciDeviceState);
+    if (EFI_ERROR(Status)) {
+        Trace(DEBUG_ERROR, "%a: ERROR %r allocating EfiRuntimeServicesData memory for ppPciDeviceState, aborting...",
+              Status);
+    }
+    return Status;
+}
+
+EFI_STATUS VornElogSmmFreePciDeviceStateMemory(PCI_DEVICE_STATE** ppPciDeviceState) {
+    if (ppPciDeviceState == nullptr || *ppPciDeviceState == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR *ppPciDeviceState == NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    return FreeRuntimeData(*ppPciDeviceState);
+}
+
+EFI_STATUS VornElogRetrievePciDeviceState(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
+                                          PCI_DEVICE_STATE** ppPciDeviceState) {
+    if (ppPciDeviceState == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR ppPciDeviceState == NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    const UINT32 Wanted = PackPciAddress(Seg, Bus, Dev, Func);
+    for (const QUEUE_NODE* pNode = QueueHead(mPrivateDataVornElogPolicyLib.pQueuePciDeviceData); pNode != nullptr;
+         pNode = pNode->pNext) {
+        auto* pState = static_cast<PCI_DEVICE_STATE*>(pNode->pData);
+        if (PackedPciAddress::Register::Set(pState->PciAddress, 0) == Wanted) {
+            *ppPciDeviceState = pState;
+            return EFI_SUCCESS;
+        }
+    }
+    Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel, "%a: SBDF %04X:%02X:%02X.%1X has no device state, exiting...\n",
+          Seg, Bus, Dev, Func);
+    return EFI_NOT_FOUND;
+}
+
+EFI_STATUS VornElogSmmClearPciDeviceStatusQueue() {
+    const EFI_STATUS Status = QueueClear(mPrivateDataVornElogPolicyLib.pQueuePciDeviceData);
+    if (EFI_ERROR(Status)) {
+        Trace(DEBUG_ERROR, "%a: ERROR %r from QueueClear for mPrivateDataVornElogPolicyLib.pQueuePciDeviceData\n",
+              Status);
+    }
+    return Status;
+}
+
+EFI_STATUS VornElogSmmGetPcieDeviceDataAlreadyLogged(const PCI_DEVICE_STATE* pPciDeviceState,
+                                                     PCIE_ALREADY_LOGGED* pAlreadyLogged,
+                                                     PCIE_ALREADY_LOGGED_ENTRY** ppEntry) {
+    if (pPciDeviceState == nullptr || pAlreadyLogged == nullptr || ppEntry == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR one or more input parameters are NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    switch (DevicePortTypeOf(*pPciDeviceState)) {
+        case PcieEndpoint:
+        case PcieLegacyEndpoint:
+            *ppEntry = &pAlreadyLogged->Endpoint;
+            return EFI_SUCCESS;
+        case PcieRootPort:
+            *ppEntry = &pAlreadyLogged->RootPort;
+            return EFI_SUCCESS;
+        case PcieSwitchDownstreamPort:
+            *ppEntry = &pAlreadyLogged->SwitchDownstreamPort;
+            return EFI_SUCCESS;
+        default:
+            Trace(DEBUG_ERROR, "%a: ERROR PCIe device type not recognized\n");
+            *ppEntry = nullptr;
+            return EFI_NOT_FOUND;
+    }
+}
