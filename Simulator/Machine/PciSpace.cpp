@@ -24,8 +24,9 @@ void PciFunction::Write(unsigned Offset, unsigned Width, std::uint32_t Value) {
     for (unsigned Index = 0; Index < Width; Index++) {
         const std::uint8_t Mask = WriteMask[Offset + Index];
         const auto Byte = static_cast<std::uint8_t>(Value >> 8 * Index);
+        const auto Cleared = static_cast<std::uint8_t>(Byte & ClearMask[Offset + Index]);
         std::uint8_t& Target = Bytes[Offset + Index];
-        Target = static_cast<std::uint8_t>((Target & ~Mask) | (Byte & Mask));
+        Target = static_cast<std::uint8_t>(((Target & ~Mask) | (Byte & Mask)) & ~Cleared);
     }
 }
 
@@ -41,6 +42,22 @@ void PciFunction::Poke(unsigned Offset, unsigned Width, std::uint32_t Value) {
 
 void PciFunction::SetWritable(unsigned Offset, unsigned Width, std::uint32_t Mask) {
     std::memcpy(WriteMask.data() + Offset, &Mask, Width);
+}
+
+void PciFunction::SetWriteOneToClear(unsigned Offset, unsigned Width, std::uint32_t Mask) {
+    std::memcpy(ClearMask.data() + Offset, &Mask, Width);
+}
+
+std::uint32_t PciFunction::Writable(unsigned Offset, unsigned Width) const {
+    std::uint32_t Mask = 0;
+    std::memcpy(&Mask, WriteMask.data() + Offset, Width);
+    return Mask;
+}
+
+std::uint32_t PciFunction::WriteOneToClear(unsigned Offset, unsigned Width) const {
+    std::uint32_t Mask = 0;
+    std::memcpy(&Mask, ClearMask.data() + Offset, Width);
+    return Mask;
 }
 
 SmnSpace::DeviceRegister SmnSpace::FindDevice(std::uint32_t Address) const {
@@ -79,15 +96,92 @@ RootComplexFunction::RootComplexFunction() {
     SetWritable(SMN_INDEX_REGISTER, 4, 0xFFFFFFFF);
 }
 
-PciFunction& PciSpace::Add(const PciAddress& Where, std::unique_ptr<PciFunction> Function) {
-    auto& Slot = Functions[Where];
-    Slot = std::move(Function);
+PciSpace::Bus& PciSpace::Make(unsigned Segment, unsigned Number) {
+    auto& Slot = Buses.at(Segment << 8 | Number);
+    if (Slot == nullptr) {
+        Slot = std::make_unique<Bus>();
+    }
     return *Slot;
 }
 
+PciSpace::Bus* PciSpace::Look(const PciAddress& Where) {
+    if (IsStale && Router != nullptr) {
+        IsStale = false;
+        for (const auto& One : Buses) {
+            if (One != nullptr) {
+                One->Routed.fill(nullptr);
+                One->Claimed = nullptr;
+            }
+        }
+        Router->Route();
+    }
+    const std::size_t Index = Where.Segment << 8 | Where.Bus;
+    return Index < Buses.size() ? Buses[Index].get() : nullptr;
+}
+
+PciFunction* PciSpace::At(const Bus& Here, const PciAddress& Where) {
+    const unsigned Index = Where.Device << 3 | Where.Function;
+    return Here.Fixed[Index] != nullptr ? Here.Fixed[Index] : Here.Routed[Index];
+}
+
+PciFunction& PciSpace::Add(const PciAddress& Where, std::unique_ptr<PciFunction> Function) {
+    Owned.push_back(std::move(Function));
+    Make(Where.Segment, Where.Bus).Fixed[Where.Device << 3 | Where.Function] = Owned.back().get();
+    return *Owned.back();
+}
+
 PciFunction* PciSpace::Find(const PciAddress& Where) {
-    const auto Found = Functions.find(Where);
-    return Found == Functions.end() ? nullptr : Found->second.get();
+    const Bus* Here = Look(Where);
+    return Here == nullptr ? nullptr : At(*Here, Where);
+}
+
+std::uint32_t PciSpace::Read(const PciAddress& Where, unsigned Register, unsigned Width) {
+    if (const Bus* Here = Look(Where); Here != nullptr) {
+        if (PciFunction* Function = At(*Here, Where); Function != nullptr) {
+            return Function->Read(Register, Width);
+        }
+        if (Here->Claimed != nullptr) {
+            Router->NobodyAnswers(*Here->Claimed, Where, Register, false);
+        }
+    }
+    return UINT32_MAX >> (32 - 8 * Width);
+}
+
+void PciSpace::Write(const PciAddress& Where, unsigned Register, unsigned Width, std::uint32_t Value) {
+    if (const Bus* Here = Look(Where); Here != nullptr) {
+        if (PciFunction* Function = At(*Here, Where); Function != nullptr) {
+            Function->Write(Register, Width, Value);
+        } else if (Here->Claimed != nullptr) {
+            Router->NobodyAnswers(*Here->Claimed, Where, Register, true);
+        }
+    }
+}
+
+std::vector<std::pair<PciAddress, PciFunction*>> PciSpace::Functions() {
+    std::vector<std::pair<PciAddress, PciFunction*>> All;
+    Look({});
+    for (unsigned Index = 0; Index < Buses.size(); Index++) {
+        for (unsigned Number = 0; Buses[Index] != nullptr && Number < 256; Number++) {
+            const PciAddress Where{Index >> 8, Index & 0xFF, Number >> 3, Number & 7};
+            if (PciFunction* Function = At(*Buses[Index], Where); Function != nullptr) {
+                All.emplace_back(Where, Function);
+            }
+        }
+    }
+    return All;
+}
+
+void PciSpace::Publish(const PciAddress& Where, PciFunction& Function) {
+    PciFunction*& Place = Make(Where.Segment, Where.Bus).Routed[Where.Device << 3 | Where.Function];
+    if (Place == nullptr) {
+        Place = &Function;
+    }
+}
+
+void PciSpace::Claim(unsigned Segment, unsigned FirstBus, unsigned LastBus, PciFunction& By) {
+    for (unsigned Number = FirstBus; Number <= LastBus; Number++) {
+        Make(Segment, Number).Claimed = &By;
+    }
 }
 
 }  // namespace Simulator

@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace Simulator {
 
@@ -19,7 +21,7 @@ struct PciAddress {
     auto operator<=>(const PciAddress&) const = default;
 };
 
-// Configuration space of 4096 bytes. Bits are read-only but where a mask makes them writable.
+// Configuration space of 4096 bytes. Bits are read-only but where a mask makes them writable or cleared by a one.
 class PciFunction {
  public:
     virtual ~PciFunction() = default;
@@ -32,10 +34,21 @@ class PciFunction {
     std::uint32_t Peek(unsigned Offset, unsigned Width) const;
     void Poke(unsigned Offset, unsigned Width, std::uint32_t Value);
     void SetWritable(unsigned Offset, unsigned Width, std::uint32_t Mask);
+    void SetWriteOneToClear(unsigned Offset, unsigned Width, std::uint32_t Mask);
+    std::uint32_t Writable(unsigned Offset, unsigned Width) const;
+    std::uint32_t WriteOneToClear(unsigned Offset, unsigned Width) const;
+    // Single bits, past the rules for software.
+    void SetBits(unsigned Offset, unsigned Width, std::uint32_t Mask) {
+        Poke(Offset, Width, Peek(Offset, Width) | Mask);
+    }
+    void ClearBits(unsigned Offset, unsigned Width, std::uint32_t Mask) {
+        Poke(Offset, Width, Peek(Offset, Width) & ~Mask);
+    }
 
  private:
     std::array<std::uint8_t, 4096> Bytes{};
     std::array<std::uint8_t, 4096> WriteMask{};
+    std::array<std::uint8_t, 4096> ClearMask{};
 };
 
 // A block of registers that does more than remember. Register: bytes from the block's start.
@@ -85,14 +98,59 @@ class RootComplexFunction : public PciFunction {
     SmnSpace Smn;
 };
 
+// Who leads configuration requests to functions below bridges.
+class PciRouter {
+ public:
+    virtual ~PciRouter() = default;
+    // Bridges decode other buses than before, or links came up or went down: publishes every function that can be
+    // reached, and who claims a bus.
+    virtual void Route() = 0;
+    // No function answers a request to a bus that Claimed claims. Register: bytes.
+    virtual void NobodyAnswers(PciFunction& Claimed, const PciAddress& Where, unsigned Register, bool IsWrite) = 0;
+};
+
+// Functions by address: those that stand where they are whatever bridges decode, and those that bridges lead to.
 class PciSpace {
  public:
+    static constexpr unsigned MAXIMUM_SEGMENTS = 16;
+
+    PciSpace() : Buses(MAXIMUM_SEGMENTS * 256) {}
+
+    // A function that stands where it is; it hides one that bridges lead to.
     PciFunction& Add(const PciAddress& Where, std::unique_ptr<PciFunction> Function);
     // nullptr for an absent function.
     PciFunction* Find(const PciAddress& Where);
+    // Configuration requests of software; an absent function answers all ones. Width in bytes.
+    std::uint32_t Read(const PciAddress& Where, unsigned Register, unsigned Width);
+    void Write(const PciAddress& Where, unsigned Register, unsigned Width, std::uint32_t Value);
+    // In the order of their addresses.
+    std::vector<std::pair<PciAddress, PciFunction*>> Functions();
+
+    // The router's side. It must outlive the space's use.
+    void SetRouter(PciRouter* Leads) {
+        Router = Leads;
+        IsStale = true;
+    }
+    void Invalidate() {
+        IsStale = true;
+    }
+    void Publish(const PciAddress& Where, PciFunction& Function);
+    void Claim(unsigned Segment, unsigned FirstBus, unsigned LastBus, PciFunction& By);
 
  private:
-    std::map<PciAddress, std::unique_ptr<PciFunction>> Functions;
+    struct Bus {
+        std::array<PciFunction*, 256> Fixed{};
+        std::array<PciFunction*, 256> Routed{};
+        PciFunction* Claimed = nullptr;
+    };
+    Bus& Make(unsigned Segment, unsigned Number);
+    Bus* Look(const PciAddress& Where);
+    static PciFunction* At(const Bus& Here, const PciAddress& Where);
+
+    std::vector<std::unique_ptr<Bus>> Buses;  // by segment, then number; nullptr: nothing was ever there
+    std::vector<std::unique_ptr<PciFunction>> Owned;
+    PciRouter* Router = nullptr;
+    bool IsStale = false;
 };
 
 }  // namespace Simulator
