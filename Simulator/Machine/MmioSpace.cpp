@@ -5,35 +5,49 @@
 namespace Simulator {
 
 void MmioSpace::Map(std::uint64_t Base, std::uint64_t Size, std::string Name) {
-    Ranges[Base] = {std::move(Name), std::vector<std::uint8_t>(Size)};
+    Ranges[Base] = {std::move(Name), Size, std::vector<std::uint8_t>(Size), nullptr};
 }
 
-const std::uint8_t* MmioSpace::Locate(std::uint64_t Address, unsigned Width) const {
+void MmioSpace::MapDevice(std::uint64_t Base, std::uint64_t Size, std::string Name, MmioDevice& Device) {
+    Ranges[Base] = {std::move(Name), Size, {}, &Device};
+}
+
+void MmioSpace::Unmap(std::uint64_t Base) {
+    Ranges.erase(Base);
+}
+
+MmioSpace::Place MmioSpace::Locate(std::uint64_t Address, unsigned Width) {
     auto Next = Ranges.upper_bound(Address);
     if (Next == Ranges.begin()) {
-        return nullptr;
+        return {};
     }
-    const auto& [Base, Where] = *--Next;
+    auto& [Base, Where] = *--Next;
     const std::uint64_t Offset = Address - Base;
-    return Offset + Width <= Where.Bytes.size() ? Where.Bytes.data() + Offset : nullptr;
+    return Offset + Width <= Where.Size ? Place{&Where, Offset} : Place{};
 }
 
-std::optional<std::uint64_t> MmioSpace::Read(std::uint64_t Address, unsigned Width) const {
-    const std::uint8_t* Bytes = Locate(Address, Width);
-    if (Bytes == nullptr) {
+std::optional<std::uint64_t> MmioSpace::Read(std::uint64_t Address, unsigned Width) {
+    const auto [Where, Offset] = Locate(Address, Width);
+    if (Where == nullptr) {
         return std::nullopt;
     }
+    if (Where->Device != nullptr) {
+        return Where->Device->Read(Offset, Width);
+    }
     std::uint64_t Value = 0;
-    std::memcpy(&Value, Bytes, Width);
+    std::memcpy(&Value, Where->Bytes.data() + Offset, Width);
     return Value;
 }
 
 bool MmioSpace::Write(std::uint64_t Address, unsigned Width, std::uint64_t Value) {
-    const std::uint8_t* Bytes = Locate(Address, Width);
-    if (Bytes == nullptr) {
+    const auto [Where, Offset] = Locate(Address, Width);
+    if (Where == nullptr) {
         return false;
     }
-    std::memcpy(const_cast<std::uint8_t*>(Bytes), &Value, Width);
+    if (Where->Device != nullptr) {
+        return Where->Device->Write(Offset, Width, Value);
+    }
+    std::memcpy(Where->Bytes.data() + Offset, &Value, Width);
     return true;
 }
 
