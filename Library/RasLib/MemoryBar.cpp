@@ -29,12 +29,8 @@ UINT32 SizeRegister(UINT64 Register, UINT32 Value) {
 
 }  // namespace
 
-bool GetMemoryBar(UINT64 Function, UINT8 Index, MEMORY_BAR* Bar) {
+bool SizeMemoryBar(UINT64 Function, UINT8 Index, UINT8 Count, SIZED_MEMORY_BAR* Bar) {
     *Bar = {};
-    const UINT8 Count = BaseAddressCount(Function);
-    if (Index >= Count) {
-        return false;
-    }
     const UINT64 Register = Function + PCI_BASE_ADDRESS_0 + Index * sizeof(UINT32);
     const UINT32 Low = PciSegmentRead32(Register);
     const bool Is64 = PciBar::Type::Get(Low) == PciBar::Type64;
@@ -42,15 +38,29 @@ bool GetMemoryBar(UINT64 Function, UINT8 Index, MEMORY_BAR* Bar) {
         return false;
     }
     const UINT32 High = Is64 ? PciSegmentRead32(Register + sizeof(UINT32)) : 0;
-    const UINT64 Base = static_cast<UINT64>(High) << 32 | (Low & ~PciBar::MemoryAttributes);
-
     const UINT32 SizedLow = SizeRegister(Register, Low) & ~PciBar::MemoryAttributes;
-    const UINT32 SizedHigh = Is64 ? SizeRegister(Register + sizeof(UINT32), High) : 0;
-    const UINT64 Writable = static_cast<UINT64>(SizedHigh) << 32 | SizedLow;
-    const UINT64 Size = Writable & (~Writable + 1);  // the lowest bit that can be set
-    if (Base == 0 || Size == 0) {
+    UINT32 SizedHigh = 0;
+    if (Is64) {
+        SizedHigh = SizeRegister(Register + sizeof(UINT32), High);
+    } else if (SizedLow != 0) {
+        SizedHigh = ALL_ONES;  // it decodes addresses below 4 GiB only
+    }
+    *Bar = {static_cast<UINT64>(High) << 32 | (Low & ~PciBar::MemoryAttributes),
+            static_cast<UINT64>(SizedHigh) << 32 | SizedLow, Is64};
+    return true;
+}
+
+bool GetMemoryBar(UINT64 Function, UINT8 Index, MEMORY_BAR* Bar) {
+    *Bar = {};
+    const UINT8 Count = BaseAddressCount(Function);
+    SIZED_MEMORY_BAR Sized;
+    if (Index >= Count || !SizeMemoryBar(Function, Index, Count, &Sized)) {
         return false;
     }
-    *Bar = {Base, Size, static_cast<BOOLEAN>(Is64 ? TRUE : FALSE)};
+    const UINT64 Size = Sized.SizeMask & (~Sized.SizeMask + 1);  // the lowest bit that can be set
+    if (Sized.Base == 0 || Size == 0) {
+        return false;
+    }
+    *Bar = {Sized.Base, Size, static_cast<BOOLEAN>(Sized.Is64 ? TRUE : FALSE)};
     return true;
 }

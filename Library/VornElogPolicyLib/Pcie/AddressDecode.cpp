@@ -1,5 +1,6 @@
 #include "Library/VornElogPolicyLib/Pcie/AddressDecode.h"
 
+#include "Library/RasLib/MemoryBar.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 
@@ -28,41 +29,13 @@ const MEMORY_REQUEST* FindMemoryRequest(const UINT32* pHeaderLog) {
     return nullptr;
 }
 
-constexpr UINT64 ABOVE_4_GIB = 0xFFFFFFFF00000000;
-
-// The bits of a base address register that can be written: its size mask, with the attribute bits. Found is what the
-// register held and holds again afterwards.
-UINT32 WritableBits(UINT64 Register, UINT32 Found) {
-    PciSegmentWrite32(Register, 0xFFFFFFFF);
-    const UINT32 Bits = PciSegmentRead32(Register);
-    PciSegmentWrite32(Register, Found);
-    return Bits;
-}
-
 // Whether one of the first Count base address registers decodes the address.
-bool DoBaseAddressesDecode(const PCI_SBDF& Where, UINTN Count, UINT64 Address) {
-    for (UINTN Index = 0; Index < Count; Index++) {
-        const UINT64 Register =
-            PciFunctionAddress(Where, static_cast<UINT16>(PCI_BASE_ADDRESS_0 + Index * sizeof(UINT32)));
-        const UINT32 Low = PciSegmentRead32(Register);
-        if (PciBar::SpaceIsIo::Get(Low)) {
-            continue;
-        }
-        UINT64 Base = Low & ~PciBar::MemoryAttributes;
-        UINT64 SizeMask = WritableBits(Register, Low) & ~PciBar::MemoryAttributes;
-        if (PciBar::Type::Get(Low) == PciBar::Type64) {
-            Index++;
-            if (Index == Count) {
-                break;  // its upper half would lie outside: a broken register decodes nothing
-            }
-            const UINT64 UpperRegister = Register + sizeof(UINT32);
-            const UINT32 High = PciSegmentRead32(UpperRegister);
-            Base |= static_cast<UINT64>(High) << 32;
-            SizeMask |= static_cast<UINT64>(WritableBits(UpperRegister, High)) << 32;
-        } else if (SizeMask != 0) {
-            SizeMask |= ABOVE_4_GIB;
-        }
-        if (SizeMask != 0 && (Address & SizeMask) == Base) {
+bool DoBaseAddressesDecode(const PCI_SBDF& Where, UINT8 Count, UINT64 Address) {
+    const UINT64 Function = PciFunctionAddress(Where, 0);
+    SIZED_MEMORY_BAR Bar;
+    for (UINT8 Index = 0; Index < Count; Index = static_cast<UINT8>(Index + (Bar.Is64 ? 2 : 1))) {
+        if (SizeMemoryBar(Function, Index, Count, &Bar) && Bar.SizeMask != 0 &&
+            (Address & Bar.SizeMask) == Bar.Base) {
             return true;
         }
     }
