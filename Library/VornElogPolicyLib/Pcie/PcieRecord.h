@@ -18,10 +18,19 @@ void CopyChipsetDataOfFunction(const PCI_DEVICE_STATE& PciDeviceState, KYR_CHIPS
 // when its errors come too fast. The record of a port whose containment counts its own errors is not counted.
 // EFI_INVALID_PARAMETER: a NULL pointer or a record too short for its front. EFI_OUT_OF_RESOURCES: the buffer is full
 // or missing; else the pool's status. The record is lost then; what a full buffer refuses stays allocated, as in
-// every record buffer. EFI_SUCCESS.
+// every record buffer. EFI_NOT_FOUND: the source of a storm was not captured; else the status of switching it off.
+// EFI_SUCCESS.
 EFI_STATUS VornElogSmmProcessErrorRecordPcie(const CPER_RECORD* pCper,
                                              KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData);
 
-// The filing alone, as records of CXL functions need it too; traced in the name of Caller.
+// Steps that the records of CXL functions share; traced in the name of Caller. The filing alone:
 EFI_STATUS FileRecordInPciBuffer(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
                                  const CHAR8* Caller = __builtin_FUNCTION());
+
+// Whether the record's source fires so often that it must be switched off.
+bool IsStormDetected(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
+                     const CHAR8* Caller = __builtin_FUNCTION());
+
+// The queued state of the function that the record names, and its place; NULL, traced, when there is none.
+PCI_DEVICE_STATE* DeviceStateOfRecord(const CPER_RECORD* pCper, PCI_SBDF* pSbdf,
+                                      const CHAR8* Caller = __builtin_FUNCTION());
