@@ -14,8 +14,33 @@ EFI_STATUS Simulation::Boot() {
         Here.UnloadImage();
     }
     Here.FinishBoot();
+    Everything->BlocksAtBoot = Here.SmmPool.Statistics().LiveBlocks;
     Everything->Hardware.ThrowPendingFault();
     return Status;
+}
+
+EFI_STATUS Simulation::Reboot() {
+    State& Old = *Everything;
+    const Configuration Settings = Old.Platform.Settings;
+    Journal Events = std::move(Old.Events);
+    auto Clock = Old.Hardware.SwitchOff();
+    auto BadRows = Old.Hardware.Dram().TakeBadRows();
+    auto Repairs = Old.Platform.Repair.TakeStored();
+    auto Pins = Old.Platform.Dram.TakePins();
+    auto Sel = Old.Platform.Events.TakeSel();
+    auto Logged = Old.Platform.Apei.TakeLogged();
+
+    Everything.reset();  // one machine at a time
+    Everything = std::make_unique<State>(Settings);
+    State& New = *Everything;
+    New.Events = std::move(Events);
+    New.Hardware.SwitchOn(std::move(Clock));
+    New.Hardware.Dram().PutBadRows(std::move(BadRows));
+    New.Platform.Repair.CarryOut(std::move(Repairs));
+    New.Platform.Dram.PutPins(std::move(Pins));
+    New.Platform.Events.PutSel(std::move(Sel));
+    New.Platform.Apei.PutLogged(std::move(Logged));
+    return Boot();
 }
 
 }  // namespace Simulator

@@ -150,6 +150,10 @@ PoolStatistics Simulation::Pool() const {
     return Everything->Platform.SmmPool.Statistics();
 }
 
+std::uint64_t Simulation::BlocksAtBoot() const {
+    return Everything->BlocksAtBoot;
+}
+
 std::vector<PoolBlock> Simulation::BlocksLeftByLastSmi() const {
     return Everything->Platform.SmmPool.LiveBlocksOf(Everything->Platform.SmiCount());
 }

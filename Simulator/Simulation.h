@@ -37,6 +37,10 @@ class Simulation {
     // Loads the driver (its state back to the load image), runs its entry point, then signals end of DXE and
     // ready to boot. Returns the entry point's status; after a failure the image counts as unloaded.
     EFI_STATUS Boot();
+    // The machine is switched off and on, and boots as it did before. What is left of the time before: bad rows, what
+    // the repair service stored (it is carried out before the driver starts), the BMC's log, what was logged for the
+    // OS, pinned translations, journal, serial output and the clock. References into the machine end.
+    EFI_STATUS Reboot();
 
     // An error happens in hardware: the bank logs it by its rules, counters count, sources become pending. With
     // platform-first handling off, or where the bank is not the firmware's, the OS is told at once.
@@ -81,6 +85,7 @@ class Simulation {
     std::vector<std::vector<std::uint8_t>> LoggedRecords() const;  // every record that entered GHES, in order
     std::vector<std::uint8_t> GhesStatusBlock() const;  // the generic error status block as an OS would find it
     PoolStatistics Pool() const;
+    std::uint64_t BlocksAtBoot() const;  // of the pool, when the last boot was over
     // Blocks that were allocated during the last SMI and outlived it, in order; at boot before the first one.
     std::vector<PoolBlock> BlocksLeftByLastSmi() const;
     AccessStatistics Accesses() const;

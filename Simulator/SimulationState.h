@@ -16,6 +16,7 @@ struct Simulation::State {
     Journal Events;
     Simulator::Machine Hardware;
     Simulator::Firmware Platform;
+    std::uint64_t BlocksAtBoot = 0;
 };
 
 // A communication buffer where a call wants it, with nothing to read or write behind it.

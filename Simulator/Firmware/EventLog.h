@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "Include/SelData.h"
@@ -36,11 +37,19 @@ class EventLog {
     // The BMC's log: standard 16-byte records (IPMI 2.0, table 32-1), one behind the other.
     std::vector<std::uint8_t> SelRaw() const;
 
- private:
     struct SelRecord {
         std::uint32_t TimeStamp;
         ELOG_SEL_DATA Body;
     };
+    // The BMC keeps its log while the machine is off.
+    std::vector<SelRecord> TakeSel() {
+        return std::exchange(Sel, {});
+    }
+    void PutSel(std::vector<SelRecord> From) {
+        Sel = std::move(From);
+    }
+
+ private:
     Machine& Hardware;
     std::vector<ELOG_SEL_DATA> Store;
     std::size_t HandedOut = 0;

@@ -179,6 +179,36 @@ EFI_STATUS MemoryRepair::StartRuntime(const RuntimeRequest& Request) {
     return EFI_SUCCESS;
 }
 
+void MemoryRepair::MarkDone(const RepairEntry& Repaired) {
+    for (RepairEntry& One : Requested) {
+        One.Done = One.Done || (IsSameRow(One, Repaired.Row) && One.Devices.First == Repaired.Devices.First);
+    }
+}
+
+MemoryRepair::Stored MemoryRepair::TakeStored() {
+    Stored Kept;
+    for (const RepairEntry& One : Requested) {
+        if (One.Stored) {
+            Kept.Entries.push_back(One);
+        }
+        // A request that neither was carried out nor will be has taken nothing.
+        for (unsigned Device = One.Devices.First; !One.Stored && !One.Done && Device <= One.Devices.Last; Device++) {
+            UsedSpares.erase(SpareOf(One.Row, Device));
+        }
+    }
+    Requested.clear();
+    Kept.UsedSpares = std::move(UsedSpares);
+    return Kept;
+}
+
+void MemoryRepair::CarryOut(Stored From) {
+    UsedSpares = std::move(From.UsedSpares);
+    for (const RepairEntry& One : From.Entries) {
+        Hardware.Dram().RepairRow(One.Row, One.Devices);
+        Note("ppr", "applied", One);
+    }
+}
+
 bool MemoryRepair::FinishRuntime(const RepairOutcome& Outcome) {
     if (CommandWord == nullptr) {
         return false;
@@ -186,6 +216,7 @@ bool MemoryRepair::FinishRuntime(const RepairOutcome& Outcome) {
     for (const RepairEntry& One : Served) {
         if (Outcome.Repairs) {
             Hardware.Dram().RepairRow(One.Row, One.Devices);
+            MarkDone(One);
         }
     }
     *CommandWord =

@@ -24,6 +24,7 @@ struct RepairEntry {
     std::uint64_t SystemAddress = 0;
     std::uint64_t NormalizedAddress = 0;
     bool Stored = false;  // kept for the next boot
+    bool Done = false;    // its spare rows took the row's place
 };
 
 // How the PSP comes to the end of what it was given.
@@ -65,15 +66,25 @@ class MemoryRepair {
     // The PSP ends what it was given: its command word says so. False when it has nothing to do.
     bool FinishRuntime(const RepairOutcome& Outcome);
 
+    // Spare rows: one for each rank of a stack, bank group, device.
+    using Spare = std::tuple<unsigned, unsigned, unsigned, unsigned, unsigned, unsigned, unsigned>;
+    // What a machine that is switched off keeps: the entries that were stored, and the spare rows that are taken.
+    struct Stored {
+        std::vector<RepairEntry> Entries;
+        std::set<Spare> UsedSpares;
+    };
+    Stored TakeStored();
+    // A machine with the same DIMMs starts: its memory is trained, the stored entries' rows are repaired.
+    void CarryOut(Stored From);
+
     const std::vector<RepairEntry>& Entries() const {
         return Requested;
     }
 
  private:
-    // Spare rows: one for each rank of a stack, bank group, device.
-    using Spare = std::tuple<unsigned, unsigned, unsigned, unsigned, unsigned, unsigned, unsigned>;
     static Spare SpareOf(const DramLocation& Row, unsigned Device);
     RepairEntry Describe(const KYR_CHIPSET_SUPPORT_DATA& Data, UINT16 Type) const;
+    void MarkDone(const RepairEntry& Repaired);
     const RepairEntry* Find(const DramLocation& Row, DeviceRange Devices) const;
     void Note(const char* Kind, const char* Phase, const RepairEntry& Entry);
 

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <utility>
 
 #include "Include/ChipsetSupportData.h"
 #include "Include/DramAddress.h"
@@ -40,12 +41,20 @@ class MemoryService {
     void Pin(const ChannelAddress& Where, std::optional<PinnedTranslation> To) {
         Pinned[Where] = To;
     }
+    // What a translation was pinned to, for the next start of the same machine.
+    using Pins = std::map<ChannelAddress, std::optional<PinnedTranslation>>;
+    Pins TakePins() {
+        return std::exchange(Pinned, {});
+    }
+    void PutPins(Pins From) {
+        Pinned = std::move(From);
+    }
 
  private:
     bool HasDimm(unsigned Socket, unsigned Channel, unsigned Dimm) const;
 
     Machine& Hardware;
-    std::map<ChannelAddress, std::optional<PinnedTranslation>> Pinned;
+    Pins Pinned;
 };
 
 // Symbol of a bank's DRAM error; nothing where ECC could not tell.

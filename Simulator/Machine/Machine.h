@@ -77,6 +77,19 @@ class Machine {
     std::uint64_t Now() const {
         return Time;
     }
+    // What goes on while the machine is off: the time since the first power-on, and whoever listens to the serial
+    // port.
+    struct Uninterrupted {
+        std::uint64_t Time = 0;
+        std::string Serial;
+    };
+    Uninterrupted SwitchOff() {
+        return {Time, std::move(Serial)};
+    }
+    void SwitchOn(Uninterrupted Before) {
+        Time = Before.Time;
+        Serial = std::move(Before.Serial);
+    }
     // Time passes, and what works by itself works on.
     void Advance(std::uint64_t Microseconds);
 

@@ -136,11 +136,11 @@ void MemorySystem::Inject(const MemoryError& Error, std::uint64_t Count) {
     for (std::uint64_t Round = 0; Round < Count; Round++) {
         Hardware.LogMachineCheck(Check);
     }
-    const auto Known = std::ranges::find_if(Faults, [&](const Fault& One) {
+    const auto Known = std::ranges::find_if(BadRows, [&](const BadRow& One) {
         return One.Error.Where == Error.Where && One.Error.Kind == Error.Kind && One.Error.Symbol == Error.Symbol;
     });
-    if (!Error.Transient && Known == Faults.end()) {
-        Faults.push_back({Error, Address->Normalized});
+    if (!Error.Transient && Known == BadRows.end()) {
+        BadRows.push_back({Error, Address->Normalized});
     }
 }
 
@@ -161,7 +161,7 @@ std::uint32_t MemorySystem::CountLogged(unsigned Socket, std::uint64_t Ipid, con
 }
 
 void MemorySystem::RepairRow(const DramLocation& Row, DeviceRange Devices) {
-    std::erase_if(Faults, [&](const Fault& One) {
+    std::erase_if(BadRows, [&](const BadRow& One) {
         if (!IsSameRow(One.Error.Where, Row)) {
             return false;
         }
@@ -196,7 +196,7 @@ void MemorySystem::Scrub(unsigned Socket, unsigned Channel, std::uint64_t Micros
     const std::uint64_t Capacity = Addresses.CapacityOf(Socket, Channel);
     const std::uint64_t From = Here.ScrubAddress() % Capacity;
     const std::uint64_t Walked = Here.Scrub(Microseconds);
-    for (const Fault& One : Faults) {
+    for (const BadRow& One : BadRows) {
         const DramLocation& Where = One.Error.Where;
         const bool IsHere = Where.Socket == Socket && Where.Channel == Channel;
         if (IsHere && (One.Normalized + Capacity - From) % Capacity < Walked) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Simulator/Machine/AddressMap.h"
@@ -39,6 +40,12 @@ struct DeviceRange {
 
 class MemorySystem {
  public:
+    // A row that has an error until it is repaired.
+    struct BadRow {
+        MemoryError Error;
+        std::uint64_t Normalized = 0;
+    };
+
     // Throws std::invalid_argument for settings that are no memory.
     explicit MemorySystem(Machine& Hardware);
 
@@ -65,21 +72,25 @@ class MemorySystem {
     std::optional<unsigned> DeviceOfSymbol(unsigned Symbol) const;
     unsigned DeviceCount() const;  // of a sub-channel
 
+    // Bad rows stay bad while the machine is off. Put: into a machine with the same DIMMs.
+    std::vector<BadRow> TakeBadRows() {
+        return std::exchange(BadRows, {});
+    }
+    void PutBadRows(std::vector<BadRow> Rows) {
+        BadRows = std::move(Rows);
+    }
+
     // Time passes: scrubbers walk and find what they pass.
     void Advance(std::uint64_t Microseconds);
 
  private:
-    struct Fault {
-        MemoryError Error;
-        std::uint64_t Normalized;
-    };
     MachineCheck Describe(const MemoryError& Error, bool ByScrubber) const;
     void Scrub(unsigned Socket, unsigned Channel, std::uint64_t Microseconds);
 
     Machine& Hardware;
     AddressMap Addresses;
     std::vector<std::vector<std::unique_ptr<MemoryController>>> Controllers;  // by socket and channel
-    std::vector<Fault> Faults;
+    std::vector<BadRow> BadRows;
 };
 
 }  // namespace Simulator

@@ -58,6 +58,7 @@ struct ErrorDraft {
     unsigned Rank = 0;
     std::optional<unsigned> ChipSelect;
     std::uint64_t Count = 1;
+    std::uint32_t RowStep = 0;
 };
 
 template <unsigned DramLocation::*Member, std::uint64_t Highest>
@@ -84,6 +85,8 @@ constexpr std::string_view Kinds[] = {"corrected", "deferred", "uncorrected", "r
 
 constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
     PLACE_KEYS,
+    {"row-step",
+     [](const YamlValue& V, ErrorDraft& D) { D.RowStep = static_cast<std::uint32_t>(V.Number(0, 0x3FFFF)); }},
     {"count", [](const YamlValue& V, ErrorDraft& D) { D.Count = V.Number(1, 1'000'000); }},
     {"kind", [](const YamlValue& V, ErrorDraft& D) { D.Error.Kind = static_cast<MemoryErrorKind>(V.OneOf(Kinds)); }},
     {"symbol", [](const YamlValue& V, ErrorDraft& D) { D.Error.Symbol = static_cast<unsigned>(V.Number(0, 39)); }},
@@ -194,10 +197,14 @@ void ReadMemoryError(const YamlValue& Value, const Configuration&, Step& Into) {
     ReadKeys<ErrorDraft>(Value, ErrorKeys, Draft);
     DramLocation& Where = Draft.Error.Where;
     Where.ChipSelect = ChipSelectOf(Draft);
-    Into.Summary = fmt::format("{} {}: socket {} channel {} chip select {} bank {} row 0x{:x} column 0x{:x}",
-                               Draft.Count, Kinds[static_cast<unsigned>(Draft.Error.Kind)], Where.Socket,
-                               Where.Channel, Where.ChipSelect, Where.Bank, Where.Row, Where.Column);
-    Into.Do = [Error = Draft.Error, Count = Draft.Count](Simulation& Run) {
+    Into.Summary = fmt::format(
+        "{} {}: socket {} channel {} chip select {} bank {} row 0x{:x}{} column 0x{:x}", Draft.Count,
+        Kinds[static_cast<unsigned>(Draft.Error.Kind)], Where.Socket, Where.Channel, Where.ChipSelect, Where.Bank,
+        Where.Row, Draft.RowStep == 0 ? "" : fmt::format(" and further by {}", Draft.RowStep), Where.Column);
+    Into.Do = [First = Draft.Error, Count = Draft.Count, RowStep = Draft.RowStep](Simulation& Run,
+                                                                                  std::uint64_t Round) {
+        MemoryError Error = First;
+        Error.Where.Row += static_cast<std::uint32_t>(Round) * RowStep;
         Run.InjectMemoryError(Error, Count);
         return std::optional<std::string>();
     };

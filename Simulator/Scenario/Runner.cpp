@@ -173,9 +173,8 @@ RunResult RunScenario(const Scenario& What) {
                                                  StatusName(Result.Entry), StatusName(What.Entry)),
                                      {}});
         }
-        const std::uint64_t AtBoot = Run->Pool().LiveBlocks;
         DoSteps(What, *Run, Result);
-        CompareKept(What, static_cast<std::int64_t>(Run->Pool().LiveBlocks - AtBoot), Result);
+        CompareKept(What, static_cast<std::int64_t>(Run->Pool().LiveBlocks - Run->BlocksAtBoot()), Result);
     } catch (const Fault& Stop) {
         Result.Misses.push_back({{What.File}, fmt::format("the machine stopped: {}", Stop.what()), {}});
     }

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Simulator/Scenario/EventPattern.h"
@@ -14,13 +16,34 @@
 
 namespace Simulator {
 
+// What a step does. Where the step itself says what must come of it and something else does: what came. Some steps
+// differ from round to round of the repeat around them; rounds count from 0.
+// Throws std::invalid_argument for what the machine does not have.
+class StepAction {
+ public:
+    using Outcome = std::optional<std::string>;
+
+    StepAction() = default;
+    template <class Work>
+    requires std::is_invocable_r_v<Outcome, Work, Simulation&, std::uint64_t> StepAction(Work Do)
+        : Action(std::move(Do)) {}
+    template <class Work>
+    requires std::is_invocable_r_v<Outcome, Work, Simulation&> StepAction(Work Do)
+        : Action([Do = std::move(Do)](Simulation& Run, std::uint64_t) mutable { return Do(Run); }) {}
+
+    Outcome operator()(Simulation& Run, std::uint64_t Round = 0) const {
+        return Action(Run, Round);
+    }
+
+ private:
+    std::function<Outcome(Simulation&, std::uint64_t)> Action;
+};
+
 struct Step {
     std::string Kind;
     std::string Summary;  // in a line, for people
     SourcePosition Where;
-    // Does the step. Where the step itself says what must come of it and something else does: what came.
-    // Throws ScenarioError for what the machine does not have.
-    std::function<std::optional<std::string>(Simulation&)> Do;
+    StepAction Do;
 };
 
 struct CountExpectation {

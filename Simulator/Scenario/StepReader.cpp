@@ -235,6 +235,16 @@ void ReadSilent(const YamlValue& Value, const Configuration& Machine, Step& Into
     };
 }
 
+// reboot: off and on again
+
+void ReadReboot(const YamlValue& Value, const Configuration&, Step& Into) {
+    if (!Value.IsEmpty()) {
+        Value.Refuse("reboot takes nothing: the machine starts as \"machine\" says");
+    }
+    Into.Summary = "off and on again";
+    Into.Do = [](Simulation& Run) { return CompareStatus(EFI_SUCCESS, Run.Reboot()); };
+}
+
 // repeat: the same steps again and again; all of them carry this step's index
 
 constexpr StepKey RepeatKeys[] = {
@@ -250,10 +260,10 @@ void ReadRepeat(const YamlValue& Value, const Configuration& Machine, Step& Into
             fmt::format("{} {} ({})", &Inner == &Draft.Steps.front() ? "" : ",", Inner.Kind, Inner.Summary);
     }
     Into.Do = [Times = Draft.Times, Steps = Draft.Steps](Simulation& Run) {
-        for (std::uint64_t Round = 1; Round <= Times; ++Round) {
+        for (std::uint64_t Round = 0; Round < Times; ++Round) {
             for (const Step& Inner : Steps) {
-                if (const std::optional<std::string> Came = Inner.Do(Run)) {
-                    return std::optional(fmt::format("round {}, {}: {}", Round, Inner.Kind, *Came));
+                if (const std::optional<std::string> Came = Inner.Do(Run, Round)) {
+                    return std::optional(fmt::format("round {}, {}: {}", Round + 1, Inner.Kind, *Came));
                 }
             }
         }
@@ -271,6 +281,7 @@ constexpr StepKind StepKinds[] = {
     {"pin-translation", ReadPinTranslation},
     {"smbios", ReadSmbios},
     {"psp-finish", ReadPspFinish},
+    {"reboot", ReadReboot},
     {"smi", ReadSmi},
     {"wait", ReadWait},
     {"os-read-msr", ReadOsReadMsr},

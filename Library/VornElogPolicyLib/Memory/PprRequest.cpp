@@ -50,29 +50,20 @@ static EFI_STATUS StartRuntimeRepair(const KYR_CHIPSET_SUPPORT_DATA* pKyrChipset
     return EFI_SUCCESS;
 }
 
-// Files the repair of a row that can be repaired. The status of the member that failed first.
-static EFI_STATUS CreateRepair(const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData, UINT16 PprType,
-                               const CHAR8* Caller) {
-    const VORN_KYR_MEMORY_PPR_SMM_PROTOCOL& Ppr = *mPrivateDataVornElogPolicyLib.pVornKyrMemoryPPRSmmProtocol;
-    BOOLEAN AtLeastOneRepair = FALSE;
-    EFI_STATUS Status =
-        Ppr.VornPostPackageCreateEntry(pKyrChipsetSupportData, PprType, mRtPprEn, mRbBusMap, &AtLeastOneRepair);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornPostPackageCreateEntry, aborting...\n", Status);
-        return Status;
-    }
-    if (AtLeastOneRepair == FALSE) {
-        return EFI_SUCCESS;
-    }
-    Status = Ppr.VornPostPackageRepairUpdateToUefiVariable();
+// Keeps the repairs that were filed for the next boot and, where runtime repair is enabled, starts them now. The
+// status of the member that failed first.
+static EFI_STATUS StartRepair(const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData, UINT16 PprType,
+                              const CHAR8* Caller) {
+    const EFI_STATUS Status =
+        mPrivateDataVornElogPolicyLib.pVornKyrMemoryPPRSmmProtocol->VornPostPackageRepairUpdateToUefiVariable();
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornPostPackageRepairUpdateToUefiVariable\n", Status);
     }
-    if (mRtPprEn != FALSE) {
-        const EFI_STATUS RuntimeStatus = StartRuntimeRepair(pKyrChipsetSupportData, PprType, Caller);
-        Status = EFI_ERROR(Status) ? Status : RuntimeStatus;
+    if (mRtPprEn == FALSE) {
+        return Status;
     }
-    return Status;
+    const EFI_STATUS RuntimeStatus = StartRuntimeRepair(pKyrChipsetSupportData, PprType, Caller);
+    return EFI_ERROR(Status) ? Status : RuntimeStatus;
 }
 
 EFI_STATUS VornElogSmmRequestPpr(const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData, UINT16 PprType) {
@@ -94,9 +85,18 @@ EFI_STATUS VornElogSmmRequestPpr(const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupp
     }
     Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel, "%a: PPR type %d, supported %d\n", PprType, IsSupported);
     if (IsSupported != FALSE) {
-        Status = CreateRepair(pKyrChipsetSupportData, PprType, __func__);
+        BOOLEAN AtLeastOneRepair = FALSE;
+        Status =
+            pPpr->VornPostPackageCreateEntry(pKyrChipsetSupportData, PprType, mRtPprEn, mRbBusMap, &AtLeastOneRepair);
+        if (EFI_ERROR(Status)) {
+            Trace(DEBUG_ERROR, "%a: ERROR %r from VornPostPackageCreateEntry, aborting...\n", Status);
+            return Status;
+        }
+        if (AtLeastOneRepair != FALSE) {
+            Status = StartRepair(pKyrChipsetSupportData, PprType, __func__);
+        }
     }
-    // An entry that cannot be created ends the request; a row that cannot be repaired does not.
+    // Also where this row cannot be repaired: rows of an earlier request may wait for their verification.
     if (mRtPprEn != FALSE && mNumOfRtPptEntryInServed != 0 && mPspRtPprComplFlag != FALSE) {
         IsRtPprRepairedSuccess();
     }

@@ -16,6 +16,9 @@ namespace {
 // A counter that stands here has saturated.
 constexpr UINT16 COUNTER_SATURATED = 0xFFFF;
 
+// What a register reads as that nobody answers for.
+constexpr UINT32 UMC_REGISTER_SILENT = 0xFFFFFFFF;
+
 // Programs one DIMM's counters. Every failure's status ORed.
 EFI_STATUS ConfigureDimm(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const CHAR8* Caller) {
     UmcEccErrCntRegInitData InitData{};
@@ -93,12 +96,23 @@ UINT16 UpdateCounters(const CHIP_SELECT_COUNTERS& Counters, const CHAR8* Caller)
     return After;
 }
 
+// Traced where the channel does not count, or does not answer: then its counters would all seem saturated.
 bool IsCountingEnabled(const CHIP_SELECT_COUNTERS& Counters, const CHAR8* Caller) {
     UINT32 Control = 0;
     RasSmnRead(Counters.SegBus, UmcSmnAddress(Counters.UmcChannel, UMC_ECC_ERR_CNT_CTRL), &Control);
     TraceAs(Caller, Counters.Level, "%a: UMC:EccErrCntCtrl 0x%08x EccErrCntEn %d EccErrInt %d\n", Control,
             EccErrCntCtrl::EccErrCntEn::Get(Control), EccErrCntCtrl::EccErrInt::Get(Control));
-    return EccErrCntCtrl::EccErrCntEn::Get(Control) != 0;
+    if (Control == UMC_REGISTER_SILENT) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR UMC:EccErrCntCtrl of Skt %d Ch %2d does not answer, aborting...\n",
+                Counters.Socket, Counters.UmcChannel);
+        return false;
+    }
+    if (EccErrCntCtrl::EccErrCntEn::Get(Control) == 0) {
+        TraceAs(Caller, DEBUG_ERROR,
+                "%a: ERROR UMC:EccErrCntCtrl.EccErrCntEn = 0 (thresholding disabled), aborting...\n");
+        return false;
+    }
+    return true;
 }
 
 // Finds the counters of the error's chip select. Channel: logical channel of the DIMM.
@@ -166,7 +180,6 @@ EFI_STATUS VornGetUmcCeccErrorCounterDelta(UINT64 Level, const KYR_CHIPSET_SUPPO
     VornGetPrivateDataUmcCeccErrorCounterPerChipSelect(Level, Counters.Socket, Counters.UmcChannel,
                                                        Counters.ChipSelect, Counters.InitData.EccErrCnt, &Before);
     if (!IsCountingEnabled(Counters, __func__)) {
-        Trace(DEBUG_ERROR, "%a: ERROR UMC:EccErrCntCtrl.EccErrCntEn = 0 (thresholding disabled), aborting...\n");
         return EFI_UNSUPPORTED;
     }
     const UINT16 After = UpdateCounters(Counters, __func__);

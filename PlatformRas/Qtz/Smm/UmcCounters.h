@@ -14,6 +14,6 @@ EFI_STATUS VornConfigureUmcEccErrCntRegisters();
 // counters are started again.
 // Level: debug level. pThresholdData is zeroed first and filled on success.
 // EFI_INVALID_PARAMETER: a NULL pointer or a chip select that no channel has; EFI_NOT_FOUND: the socket's IO hub is
-// unknown or the DIMM is not active; EFI_UNSUPPORTED: the channel does not count.
+// unknown or the DIMM is not active; EFI_UNSUPPORTED: the channel does not count, or does not answer.
 EFI_STATUS VornGetUmcCeccErrorCounterDelta(UINT64 Level, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
                                            UmcCeccPfaThresholdData* pThresholdData);

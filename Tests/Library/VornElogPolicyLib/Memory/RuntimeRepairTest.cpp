@@ -334,8 +334,14 @@ TEST(RuntimePpr, ARefusedRequestLeavesTheStateAndADueVerificationRunsAllTheSame)
     Machine.HandlerStatus = EFI_SUCCESS;
     Machine.Serve(1);
 
-    Machine.RepairSupported = FALSE;
+    Machine.CreateStatus = EFI_TIMEOUT;
     mPspRtPprComplFlag = TRUE;
+    Machine.TakeStory();
+    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_TIMEOUT);
+    EXPECT_THAT(Machine.TakeStory(), ElementsAre("ppr 1 row 2abcd at run time"))
+        << "an entry not created ends it all";
+
+    Machine.RepairSupported = FALSE;
     EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_SUCCESS);
     EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 1"));
     Machine.ExpectReset();
