@@ -1,0 +1,352 @@
+#include "Library/VornElogBaseLib/PciConfiguration.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "Library/VornElogBaseLib/NvmeSwitch.h"
+#include "Tests/Support/BootedSimulation.h"
+#include "Tests/Support/LaidFunction.h"
+
+namespace {
+
+constexpr UINT8 SEG = 0, BUS = 0x5C, DEV = 0x13, FUNC = 5;
+constexpr const char* SBDF = "SBDF 0000:5C:13.5 ";
+
+class PciConfiguration : public testing::Test {
+ protected:
+    // Another function takes the same place in the next row of a table.
+    LaidFunction Lay(std::uint32_t VendorDevice = 0x12345678) {
+        return LaidFunction(*Machine, {SEG, BUS, DEV, FUNC}, VendorDevice);
+    }
+    // What is traced from here on.
+    void ForgetTrace() {
+        Seen = Machine->TraceLog().size();
+    }
+    bool Traced(const std::string& Text) {
+        return Machine->TraceLog().find(Text, Seen) != std::string::npos;
+    }
+
+    BootedSimulation Machine;
+    std::size_t Seen = 0;
+};
+
+TEST_F(PciConfiguration, PresenceIsTheVendorId) {
+    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), FALSE);
+    EXPECT_EQ(VornCheckDevicePresent(0x7F, BUS, DEV, FUNC), FALSE);
+    Lay(0x1234FFFF);
+    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), FALSE);
+    Lay(0xFFFF1234);
+    Machine->ResetAccesses();
+    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), TRUE);
+    EXPECT_EQ(Machine->Accesses().PciReads, 1u);
+}
+
+TEST_F(PciConfiguration, HeaderIsCopiedWhole) {
+    const LaidFunction Function = Lay();
+    std::array<UINT8, PCI_HEADER_SIZE + 2> Buffer;
+    Buffer.fill(0xEE);
+    for (unsigned Offset = 0; Offset < 0x80; Offset++) {
+        Function.Function.Poke(Offset, 1, Offset + 1);
+    }
+    EXPECT_EQ(VornGetPciHeader(SEG, BUS, DEV, FUNC, Buffer.data()), EFI_SUCCESS);
+    std::array<UINT8, PCI_HEADER_SIZE + 2> Expected;
+    std::iota(Expected.begin(), Expected.end(), UINT8{1});
+    Expected[64] = Expected[65] = 0xEE;
+    EXPECT_EQ(Buffer, Expected);
+    EXPECT_EQ(VornGetPciHeader(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_TRUE(Traced("VornGetPciHeader: ERROR pPciHeaderPtr == NULL on entry, aborting...\n"));
+}
+
+struct Entry {
+    unsigned Offset;
+    std::uint16_t Id;
+    unsigned Next;
+};
+
+TEST_F(PciConfiguration, ClassicList) {
+    struct Row {
+        const char* What;
+        bool HasList;
+        std::uint8_t Pointer;
+        std::vector<Entry> Entries;
+        UINT8 Offset;  // of capability 0x10
+        bool IsInvalid;
+        std::uint64_t Reads;
+    };
+    const Row Rows[] = {
+        {"no list", false, 0x40, {{0x40, 0x10, 0}}, 0, false, 1},
+        {"pointer below the floor", true, 0x3C, {{0x3C, 0x10, 0}}, 0, true, 2},
+        {"pointer 0", true, 0x00, {}, 0, true, 2},
+        {"odd pointer", true, 0x41, {}, 0, true, 2},
+        {"pointer 0xFF", true, 0xFF, {}, 0, true, 2},
+        {"pointer 0xFE", true, 0xFE, {{0xFE, 0x10, 0}}, 0, true, 2},
+        {"pointer 0xFC", true, 0xFC, {{0xFC, 0x10, 0}}, 0xFC, false, 3},
+        {"first", true, 0x40, {{0x40, 0x10, 0x50}, {0x50, 0x10, 0}}, 0x40, false, 3},
+        {"third", true, 0x80, {{0x80, 0x01, 0x50}, {0x50, 0x05, 0xA0}, {0xA0, 0x10, 0}}, 0xA0, false, 5},
+        {"none in the list", true, 0x80, {{0x80, 0x01, 0x50}, {0x50, 0x05, 0}}, 0, false, 4},
+        {"next is no multiple of 4", true, 0x80, {{0x80, 0x01, 0x52}, {0x52, 0x10, 0}}, 0, false, 3},
+        {"next below the floor is followed", true, 0x80, {{0x80, 0x01, 0x14}, {0x14, 0x10, 0}}, 0x14, false, 4},
+    };
+    for (const Row& Row : Rows) {
+        SCOPED_TRACE(Row.What);
+        LaidFunction Function = Lay();
+        Function.Put(0x34, 1, Row.Pointer).Put(0x06, 2, Row.HasList ? 0x0010 : 0xFFEF);
+        for (const Entry& One : Row.Entries) {
+            Function.Capability(One.Offset, static_cast<UINT8>(One.Id), static_cast<UINT8>(One.Next));
+        }
+        ForgetTrace();
+        Machine->ResetAccesses();
+        EXPECT_EQ(VornGetPciCapabilityOffset(SEG, BUS, DEV, FUNC, 0x10), Row.Offset);
+        EXPECT_EQ(Machine->Accesses().PciReads, Row.Reads);
+        char Message[160];
+        std::snprintf(Message, sizeof(Message),
+                      "VornGetPciCapabilityOffset: %sCapabilities Pointer 0x%02x invalid, aborting...\n", SBDF,
+                      Row.Pointer);
+        EXPECT_EQ(Traced(Message), Row.IsInvalid) << Message;
+
+        // Who has the header spares two reads and finds the same.
+        UINT8 Header[PCI_HEADER_SIZE] = {};
+        VornGetPciHeader(SEG, BUS, DEV, FUNC, Header);
+        Machine->ResetAccesses();
+        EXPECT_EQ(PciCapabilityOffsetByHeader({SEG, BUS, DEV, FUNC}, Header, 0x10), Row.Offset);
+        EXPECT_EQ(Machine->Accesses().PciReads, Row.Reads - (Row.HasList ? 2 : 1));
+    }
+}
+
+TEST_F(PciConfiguration, ExtendedList) {
+    struct Row {
+        const char* What;
+        std::vector<Entry> Entries;
+        UINT16 Offset;  // of capability 0x001D
+        std::uint64_t Reads;
+    };
+    const Row Rows[] = {
+        {"empty", {}, 0, 1},
+        {"first", {{0x100, 0x1D, 0x200}}, 0x100, 1},
+        {"last", {{0x100, 0x01, 0x200}, {0x200, 0x03, 0xFFC}, {0xFFC, 0x1D, 0}}, 0xFFC, 3},
+        {"backwards", {{0x100, 0x01, 0x800}, {0x800, 0x03, 0x140}, {0x140, 0x1D, 0}}, 0x140, 3},
+        {"the first of two", {{0x100, 0x01, 0x200}, {0x200, 0x1D, 0x300}, {0x300, 0x1D, 0}}, 0x200, 2},
+        {"none", {{0x100, 0x01, 0x200}, {0x200, 0x03, 0}}, 0, 2},
+        {"next is no multiple of 4", {{0x100, 0x01, 0x202}, {0x202, 0x1D, 0}}, 0, 1},
+    };
+    for (const Row& Row : Rows) {
+        SCOPED_TRACE(Row.What);
+        LaidFunction Function = Lay();
+        for (const Entry& One : Row.Entries) {
+            if (One.Offset % 4 == 0) {
+                Function.Extended(One.Offset, One.Id, One.Next);
+            }
+        }
+        Machine->ResetAccesses();
+        EXPECT_EQ(VornGetPcieExtendedCapabilityOffset(SEG, BUS, DEV, FUNC, 0x1D), Row.Offset);
+        EXPECT_EQ(Machine->Accesses().PciReads, Row.Reads);
+    }
+    // All ones: the next offset is no multiple of 4.
+    EXPECT_EQ(VornGetPcieExtendedCapabilityOffset(SEG, BUS, DEV, FUNC + 1, 0x1D), 0u);
+
+    LaidFunction Function = Lay();
+    Function.Extended(0x100, 0x2C, 0x200).Extended(0x200, 0x01, 0x300).Extended(0x300, 0x01, 0x400);
+    PCIE_EXTENDED_CAPABILITY_SEARCH Searches[] = {{0x01, 0}, {0x2C, 0}, {0x1D, 0}};
+    Machine->ResetAccesses();
+    FindPcieExtendedCapabilities({SEG, BUS, DEV, FUNC}, Searches, 2);
+    EXPECT_EQ(Machine->Accesses().PciReads, 2u);
+    FindPcieExtendedCapabilities({SEG, BUS, DEV, FUNC}, Searches, 3);
+    EXPECT_EQ(Searches[0].Offset, 0x200u);
+    EXPECT_EQ(Searches[1].Offset, 0x100u);
+    EXPECT_EQ(Searches[2].Offset, 0u);
+}
+
+TEST_F(PciConfiguration, StructuresAreCopied) {
+    LaidFunction Function = Lay();
+    Function.List(0x40).Capability(0x40, 0x0D, 0).Put(0x44, 4, 0x22221111).Put(0x48, 4, 0x44443333);
+    Function.Extended(0x100, 0x01, 0xFF0).Extended(0xFF0, 0x2C, 0).Put(0xFF4, 4, 0xA1B2C3D4);
+    std::array<UINT8, 10> Buffer;
+    Buffer.fill(0xEE);
+    UINT8 Offset = 0x77;
+    EXPECT_EQ(VornGetPciCapabilityStructure(SEG, BUS, DEV, FUNC, 0x0D, 7, &Offset, Buffer.data()), EFI_SUCCESS);
+    EXPECT_EQ(Offset, 0x40u);
+    EXPECT_EQ(Buffer, (std::array<UINT8, 10>{0x0D, 0x00, 0, 0, 0x11, 0x11, 0x22, 0xEE, 0xEE, 0xEE}));
+
+    UINT16 ExtendedOffset = 0x777;
+    Buffer.fill(0xEE);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 8, &ExtendedOffset, Buffer.data()),
+              EFI_SUCCESS);
+    EXPECT_EQ(ExtendedOffset, 0xFF0u);
+    EXPECT_EQ(Buffer, (std::array<UINT8, 10>{0x2C, 0x00, 0x01, 0, 0xD4, 0xC3, 0xB2, 0xA1, 0xEE, 0xEE}));
+
+    // Neither a capability that is missing nor one that would end beyond the space writes anything.
+    Offset = 0x77;
+    ExtendedOffset = 0x777;
+    Buffer.fill(0xEE);
+    std::array<UINT8, 10> Untouched = Buffer;
+    EXPECT_EQ(VornGetPciCapabilityStructure(SEG, BUS, DEV, FUNC, 0x10, 7, &Offset, Buffer.data()), EFI_UNSUPPORTED);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x1D, 8, &ExtendedOffset, Buffer.data()),
+              EFI_UNSUPPORTED);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 17, &ExtendedOffset, Buffer.data()),
+              EFI_UNSUPPORTED);
+    EXPECT_EQ(Offset, 0x77u);
+    EXPECT_EQ(ExtendedOffset, 0x777u);
+    EXPECT_EQ(Buffer, Untouched);
+
+    EXPECT_EQ(VornGetPciCapabilityStructure(SEG, BUS, DEV, FUNC, 0x0D, 7, nullptr, Buffer.data()),
+              EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPciCapabilityStructure(SEG, BUS, DEV, FUNC, 0x0D, 7, &Offset, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 8, nullptr, Buffer.data()),
+              EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 8, &ExtendedOffset, nullptr),
+              EFI_INVALID_PARAMETER);
+}
+
+TEST_F(PciConfiguration, VendorSpecificCapabilities) {
+    LaidFunction Function = Lay();
+    Function.Extended(0x100, 0x01, 0x200).Put(0x104, 4, 0x01030009);
+    Function.Extended(0x200, 0x0B, 0x300).Put(0x204, 4, 0x01820003);
+    Function.Extended(0x300, 0x0B, 0x400).Put(0x304, 4, 0x7FF50009);
+    Function.Extended(0x400, 0x0B, 0).Put(0x404, 4, 0x01060009);
+    UINT16 Offset = 1;
+    UINT16 Revision = 1;
+    UINT16 Length = 1;
+    EXPECT_EQ(
+        VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 0x0009, &Offset, &Revision, &Length),
+        EFI_SUCCESS);
+    EXPECT_EQ(Offset, 0x300u);
+    EXPECT_EQ(Revision, 5u);
+    EXPECT_EQ(Length, 0x7FFu);
+    EXPECT_EQ(
+        VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 0x0004, &Offset, &Revision, &Length),
+        EFI_NOT_FOUND);
+    EXPECT_EQ(Offset, 0u);
+    EXPECT_EQ(Revision, 0xFFFFu);
+    EXPECT_EQ(Length, 0xFFFFu);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, nullptr, &Revision, &Length),
+              EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, &Offset, nullptr, &Length),
+              EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, &Offset, &Revision, nullptr),
+              EFI_INVALID_PARAMETER);
+}
+
+TEST_F(PciConfiguration, CopyLengths) {
+    struct Row {
+        unsigned Type;
+        UINT16 DpcRegister;  // with containment
+        UINT16 Aer;
+        UINT16 Dpc;  // 0xFFFF: unsupported
+    };
+    const Row Rows[] = {{0, 0x0420, 0x2C, 0xFFFF}, {1, 0x0420, 0x2C, 0xFFFF}, {4, 0x0000, 0x48, 12},
+                        {4, 0x0F00, 0x48, 12},     {4, 0x0420, 0x48, 36},     {4, 0x0F20, 0x48, 47},
+                        {4, 0xF0DF, 0x48, 12},     {5, 0x0420, 0x2C, 0xFFFF}, {6, 0x0000, 0x2C, 12},
+                        {7, 0x0420, 0x4C, 0xFFFF}, {9, 0x0420, 0x2C, 0xFFFF}, {10, 0x0920, 0x2C, 41},
+                        {15, 0x0420, 0x2C, 0xFFFF}};
+    for (const Row& Row : Rows) {
+        SCOPED_TRACE(testing::Message() << "type " << Row.Type << " DPC " << std::hex << Row.DpcRegister);
+        LaidFunction Function = Lay();
+        Function.Express(Row.Type).Extended(0x100, 0x1D, 0).Put(0x104, 2, Row.DpcRegister);
+        UINT16 Length = 0;
+        EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthAer(SEG, BUS, DEV, FUNC, &Length), EFI_SUCCESS);
+        EXPECT_EQ(Length, Row.Aer);
+        ForgetTrace();
+        const EFI_STATUS Status = VornGetPcieExtendedCapabilityStructureLengthDpc(SEG, BUS, DEV, FUNC, &Length);
+        EXPECT_EQ(Status, Row.Dpc == 0xFFFF ? EFI_UNSUPPORTED : EFI_SUCCESS);
+        EXPECT_EQ(Length, Row.Dpc);
+        EXPECT_EQ(Traced(std::string("VornGetPcieExtendedCapabilityStructureLengthDpc: ") + SBDF +
+                         "PCIe Capability Device Port Type " + std::to_string(Row.Type) +
+                         " does not support DPC, exiting...\n"),
+                  Row.Dpc == 0xFFFF);
+    }
+    UINT16 Length = 0;
+    Lay().Express(4).Extended(0x100, 0x01, 0);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthDpc(SEG, BUS, DEV, FUNC, &Length), EFI_UNSUPPORTED);
+    EXPECT_EQ(Length, 0xFFFFu);
+    Length = 0;
+    Lay();
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthDpc(SEG, BUS, DEV, FUNC, &Length), EFI_UNSUPPORTED);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthAer(SEG, BUS, DEV, FUNC, &Length), EFI_UNSUPPORTED);
+    EXPECT_EQ(Length, 0xFFFFu);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthAer(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(VornGetPcieExtendedCapabilityStructureLengthDpc(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
+}
+
+// A downstream port of the platform's NVMe switch in iSSW mode.
+LaidFunction LaySwitchPort(LaidFunction Function, unsigned Type) {
+    return Function.Put(0x08, 4, 0x060400B3)
+        .Express(Type)
+        .Capability(0x40, 0x10, 0x80)
+        .Put(0x54, 4, 0x00000040)
+        .Capability(0x80, 0x0D, 0)
+        .Put(0x84, 4, 0x12340000u | VORN_PCI_SUBSYSTEM_VENDOR_ID)
+        .Extended(0x100, 0x01, 0x200)
+        .Extended(0x200, 0x0B, 0)
+        .Put(0x204, 4, 0x01010001)
+        .Put(0x208, 4, 0xC0101000)
+        .Put(0x20C, 4, 0xFFFF7FFF);
+}
+
+TEST_F(PciConfiguration, NvmeSwitchPorts) {
+    struct Row {
+        const char* What;
+        unsigned Offset;  // where it differs from such a port
+        unsigned Width;
+        std::uint32_t Value;
+        EFI_STATUS Status;
+        BOOLEAN IsSwitch;
+        UINT32 Mode;
+        const char* Text;
+    };
+    const Row Rows[] = {
+        {"as it is", 0x02, 2, 0xC010, EFI_SUCCESS, TRUE, 1, ""},
+        {"BSW", 0x20C, 4, 0xFFFF3FFF, EFI_SUCCESS, TRUE, 0, ""},
+        {"subtractive decode", 0x09, 1, 0x01, EFI_SUCCESS, TRUE, 1, ""},
+        {"undefined mode 2", 0x20C, 4, 0x00008000, EFI_UNSUPPORTED, TRUE, 0xFFFFFFFF,
+         "NVMe PCIe Broadcom Atlas 2 switch operating mode value undefined\n"},
+        {"undefined mode 3", 0x20C, 4, 0x0000C000, EFI_UNSUPPORTED, TRUE, 0xFFFFFFFF,
+         "NVMe PCIe Broadcom Atlas 2 switch operating mode value undefined\n"},
+        {"another VSEC", 0x204, 4, 0x01010002, EFI_NOT_FOUND, TRUE, 0xFFFFFFFF, ""},
+        {"VSEC of another length", 0x204, 4, 0x01410001, EFI_NOT_FOUND, TRUE, 0xFFFFFFFF, ""},
+        {"another hardwired vendor", 0x208, 4, 0xC0101001, EFI_NOT_FOUND, TRUE, 0xFFFFFFFF, ""},
+        {"another interface", 0x09, 1, 0x02, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"another class", 0x0A, 1, 0x80, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"no PCIe", 0x40, 1, 0x05, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"root port", 0x42, 2, 0x0042, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"another maker", 0x00, 2, 0x1001, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"no subsystem ID", 0x80, 1, 0x05, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+        {"another platform's", 0x84, 2, 0x1028, EFI_SUCCESS, FALSE, 0xFFFFFFFF, ""},
+    };
+    for (const bool IsUpstream : {true, false}) {
+        auto* const Check = IsUpstream ? VornCheckNvmePcieSwitchUpstreamPort : VornCheckNvmePcieSwitchDownstreamPort;
+        for (const Row& Row : Rows) {
+            SCOPED_TRACE(std::string(Row.What) + (IsUpstream ? ", upstream" : ", downstream"));
+            LaySwitchPort(Lay(0xC0101000), IsUpstream ? 5 : 6).Put(Row.Offset, Row.Width, Row.Value);
+            BOOLEAN IsSwitch = 7;
+            UINT32 Mode = 7;
+            ForgetTrace();
+            EXPECT_EQ(Check(SEG, BUS, DEV, FUNC, &IsSwitch, &Mode), Row.Status);
+            EXPECT_EQ(IsSwitch, Row.IsSwitch);
+            EXPECT_EQ(Mode, Row.Mode);
+            EXPECT_TRUE(Traced(Row.Text));
+        }
+        // One kind of port is not the other.
+        LaySwitchPort(Lay(0xC0101000), IsUpstream ? 6 : 5);
+        BOOLEAN IsSwitch = 7;
+        UINT32 Mode = 7;
+        EXPECT_EQ(Check(SEG, BUS, DEV, FUNC, &IsSwitch, &Mode), EFI_SUCCESS);
+        EXPECT_EQ(IsSwitch, FALSE);
+        EXPECT_EQ(Check(SEG, BUS, DEV, FUNC, nullptr, &Mode), EFI_INVALID_PARAMETER);
+        EXPECT_EQ(Check(SEG, BUS, DEV, FUNC, &IsSwitch, nullptr), EFI_INVALID_PARAMETER);
+        // Hot plug is asked of downstream ports only.
+        LaySwitchPort(Lay(0xC0101000), IsUpstream ? 5 : 6).Put(0x54, 4, 0xFFFFFFBF);
+        ForgetTrace();
+        EXPECT_EQ(Check(SEG, BUS, DEV, FUNC, &IsSwitch, &Mode), EFI_SUCCESS);
+        EXPECT_EQ(IsSwitch, IsUpstream ? TRUE : FALSE);
+        EXPECT_EQ(Traced(std::string("VornCheckNvmePcieSwitchDownstreamPort: ") + SBDF +
+                         "Broadcom PCIe Switch DSP is not HPC, exiting...\n"),
+                  !IsUpstream);
+    }
+    EXPECT_EQ(VornGetNvmePcieSwitchOperatingMode(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
+}
+
+}  // namespace
