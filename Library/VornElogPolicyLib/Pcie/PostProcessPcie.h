@@ -19,18 +19,6 @@ void VornElogSmmPostProcessErrorRecordCxlProtocol(CPER_RECORD* pCper, PCIE_ALREA
 void VornElogSmmPostProcessErrorRecordCxlComponent(CPER_RECORD* pCper, PCIE_ALREADY_LOGGED* pAlreadyLogged,
                                                    BOOLEAN* pIsPostProcessingRequired, UINT32* pSciCause);
 
-// Events of a root port or event collector, and of any other function. pSelData: filled with the event that the
-// severities give. pSelStatus: EFI_SUCCESS once an event went out; left alone otherwise.
-// pIsPostProcessingRequired: set when an event went out.
-void VornElogSmmPostProcessErrorRecordPcieOrCxlRootPort(
-    const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData,
-    const PCI_DEVICE_STATE* pPciDeviceState, PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData,
-    EFI_STATUS* pSelStatus, PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
-void VornElogSmmPostProcessErrorRecordPcieOrCxlDsDevice(
-    const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData,
-    const PCI_DEVICE_STATE* pPciDeviceState, PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData,
-    EFI_STATUS* pSelStatus, PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
-
 // The severities of all filed records of one function, folded from corrected on in order of filing.
 void VornElogSmmPostProcessErrorRecordsPciGetHighestSeverityForSbdf(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                                                     UINT16* pHighestPcieOrCxlErrorHeaderSeverity,

@@ -1,6 +1,8 @@
-// What the event log records of one error have in common.
+// The event log records that name the function of a PCIe or CXL error.
 #pragma once
 
+#include "Include/ChipsetSupportData.h"
+#include "Include/Cper.h"
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 
 // The event of a record: which function reports it, and how events name it.
@@ -15,3 +17,15 @@ void LogVendorDeviceId(const PCI_DEVICE_STATE& PciDeviceState);
 
 // Sends which root complex and root port the function lies under, once a run.
 void LogRootPortDataOnce(const PCI_DEVICE_STATE& PciDeviceState, PCIE_ALREADY_LOGGED* pAlreadyLogged);
+
+// Events of a root port or event collector, and of any other function. pSelData: filled with the event that the
+// severities give. pSelStatus: EFI_SUCCESS once an event went out; left alone otherwise.
+// pIsPostProcessingRequired: set when an event went out.
+void VornElogSmmPostProcessErrorRecordPcieOrCxlRootPort(
+    const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData,
+    const PCI_DEVICE_STATE* pPciDeviceState, PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData,
+    EFI_STATUS* pSelStatus, PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
+void VornElogSmmPostProcessErrorRecordPcieOrCxlDsDevice(
+    const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData,
+    const PCI_DEVICE_STATE* pPciDeviceState, PCIE_SEL_DATA* pSelData, const PCI_SLOT_NUMBER_DATA* pSlotNumberData,
+    EFI_STATUS* pSelStatus, PCIE_ALREADY_LOGGED* pAlreadyLogged, BOOLEAN* pIsPostProcessingRequired);
