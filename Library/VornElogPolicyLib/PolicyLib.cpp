@@ -13,7 +13,7 @@
 #include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 #include "Library/VornElogPolicyLib/Notification/PostErrors.h"
-#include "Library/VornElogPolicyLib/Pcie/DpcDownstream.h"
+#include "Library/VornElogPolicyLib/Pcie/DpcRecovery.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Platform/Guids.h"

@@ -46,7 +46,7 @@ EFI_STATUS VornElogSmmClearPciDeviceStatusQueue();
 // What one post-processing run has already sent. An entry for each kind of port that events are sent of.
 struct PCIE_ALREADY_LOGGED_ENTRY {
     UINT8 VendorDeviceId;
-    UINT8 Reserved1;
+    UINT8 ChipsetEvent;  // of a containment event
     UINT8 PcieEvent;
     UINT8 Reserved3[2];
 };

@@ -7,8 +7,9 @@
 #include "Library/VornElogPolicyLib/Pcie/SelEvent.h"
 
 // All three take the record of a port and its chipset data, the port's queued state, its slot, and what this run of
-// post-processing has sent already. pSelStatus becomes EFI_SUCCESS when an event went to the event log.
-// *pIsPostProcessingRequired: the OS is to be notified. NULL pointers are traced and nothing is done.
+// post-processing has sent already. pSelData becomes the event of the record, pSelStatus EFI_SUCCESS when an event
+// went to the event log. *pIsPostProcessingRequired: the OS is to be notified. NULL pointers are traced and nothing
+// is done.
 
 // The RP PIO registers of a root port whose own programmed IO failed; nothing for another port or another error.
 void VornElogSmmPostProcessErrorRecordPcieDpcRpPio(CPER_RECORD* pCper,

@@ -58,6 +58,41 @@ static void MakeRecord(const PCI_DEVICE_STATE& State, const PCI_SLOT_NUMBER_DATA
     }
 }
 
+void ReportPciFunction(const PCI_DEVICE_STATE& PciDeviceState, DPC_RECORD_MARKS Dpc, const CHAR8* Caller) {
+    const PCI_SBDF Sbdf = SbdfOf(PciDeviceState.PciAddress);
+    PCI_SLOT_NUMBER_DATA SlotNumberData{};
+    if (PciDeviceState.PcieCapabilityOffset != 0) {
+        const EFI_STATUS Status =
+            VornElogSmmGetPcieSlotData(Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func, &SlotNumberData);
+        if (EFI_ERROR(Status)) {
+            TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n",
+                    Status, Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func);
+        }
+    }
+    CPER_RECORD* pCper = nullptr;
+    EFI_STATUS Status = AllocateZeroedRuntimeData(VornCperGetPcieRecordLength(), &pCper);
+    if (EFI_ERROR(Status)) {
+        TraceAs(Caller, DEBUG_ERROR,
+                "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for PCIe CPER, aborting...\n", Status);
+        return;
+    }
+    KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData = nullptr;
+    Status = AllocateZeroedRuntimeData(sizeof(KYR_CHIPSET_SUPPORT_DATA), &pChipsetSupportData);
+    if (EFI_ERROR(Status)) {
+        TraceAs(Caller, DEBUG_ERROR,
+                "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for chipset support data, "
+                "aborting...\n",
+                Status);
+    } else {
+        pChipsetSupportData->Pci.DpcOsLoaded = Dpc.OsLoaded;
+        pChipsetSupportData->Pci.DpcEvent = Dpc.Event;
+        pChipsetSupportData->Pci.ChipsetDataValid = Dpc.Event;
+        MakeRecord(PciDeviceState, SlotNumberData, pCper, pChipsetSupportData, Caller);
+        FreeBlock(pChipsetSupportData, Caller);
+    }
+    FreeBlock(pCper, Caller);
+}
+
 void VornElogSmmHandlePciError(const PCI_DEVICE_STATE* pPciDeviceState) {
     if (!IsDeviceStateGiven(pPciDeviceState)) {
         return;
@@ -66,38 +101,9 @@ void VornElogSmmHandlePciError(const PCI_DEVICE_STATE* pPciDeviceState) {
         Trace(DEBUG_ERROR, "%a: PCI Status = 0xFFFF, aborting...\n");
         return;
     }
-    if (!IsHandled(*pPciDeviceState)) {
-        return;
+    if (IsHandled(*pPciDeviceState)) {
+        ReportPciFunction(*pPciDeviceState, {});
     }
-    const PCI_SBDF Sbdf = SbdfOf(pPciDeviceState->PciAddress);
-    PCI_SLOT_NUMBER_DATA SlotNumberData{};
-    if (pPciDeviceState->PcieCapabilityOffset != 0) {
-        const EFI_STATUS Status =
-            VornElogSmmGetPcieSlotData(Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func, &SlotNumberData);
-        if (EFI_ERROR(Status)) {
-            Trace(DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n", Status,
-                  Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func);
-        }
-    }
-    CPER_RECORD* pCper = nullptr;
-    EFI_STATUS Status = AllocateZeroedRuntimeData(VornCperGetPcieRecordLength(), &pCper);
-    if (EFI_ERROR(Status)) {
-        Trace(DEBUG_ERROR,
-              "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for PCIe CPER, aborting...\n", Status);
-        return;
-    }
-    KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData = nullptr;
-    Status = AllocateZeroedRuntimeData(sizeof(KYR_CHIPSET_SUPPORT_DATA), &pChipsetSupportData);
-    if (EFI_ERROR(Status)) {
-        Trace(DEBUG_ERROR,
-              "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for chipset support data, "
-              "aborting...\n",
-              Status);
-    } else {
-        MakeRecord(*pPciDeviceState, SlotNumberData, pCper, pChipsetSupportData, __func__);
-        FreeBlock(pChipsetSupportData, __func__);
-    }
-    FreeBlock(pCper, __func__);
 }
 
 EFI_STATUS FileRecordInPciBuffer(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,

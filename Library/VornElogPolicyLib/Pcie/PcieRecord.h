@@ -11,6 +11,16 @@
 // memory runs out.
 void VornElogSmmHandlePciError(const PCI_DEVICE_STATE* pPciDeviceState);
 
+// What the record of a containment event tells the later steps; both FALSE for any other record.
+struct DPC_RECORD_MARKS {
+    BOOLEAN Event;
+    BOOLEAN OsLoaded;  // the OS drives the recovery of the port
+};
+
+// The making alone, traced in the name of Caller.
+void ReportPciFunction(const PCI_DEVICE_STATE& PciDeviceState, DPC_RECORD_MARKS Dpc,
+                       const CHAR8* Caller = __builtin_FUNCTION());
+
 // What the capture of a function left for the chipset data of its records.
 void CopyChipsetDataOfFunction(const PCI_DEVICE_STATE& PciDeviceState, KYR_CHIPSET_SUPPORT_DATA* pChipsetSupportData);
 

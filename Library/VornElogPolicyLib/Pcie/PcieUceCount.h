@@ -6,7 +6,7 @@
 enum PCIE_UCE_LIMIT_STATUS : UINT8 { PcieUceUnderLimit = 0, PcieUceAtLimit = 1, PcieUceOverLimit = 2 };
 
 // Counts an uncorrectable error of a port. The segment does not count: PCIE_UCE_COUNTER_NODE.
-// EFI_SUCCESS; the pool's status when the port's first error could not be kept.
+// EFI_NOT_FOUND: there is no list of counters; the pool's status when the first error of a port cannot be kept.
 EFI_STATUS IncrementPcieUceCount(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func);
 
 // Where the port's count stands towards PcieUceLimit; under it for a port without errors. ClearCount: set it to 0
