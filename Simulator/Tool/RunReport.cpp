@@ -274,7 +274,8 @@ void TellStep(Report& Into, Narrator& Teller, std::span<const Event> Events, uns
                           Paint::Bold);
                 Teller.Tell(One);
             }
-        } else if (Smis <= SmisShownPerStep) {
+        } else if (Smis <= SmisShownPerStep && !(Smis == 0 && One.Kind == "service")) {
+            // Services that are called outside of an SMI belong to a start, which goes without saying.
             Teller.Tell(One);
         }
     }
