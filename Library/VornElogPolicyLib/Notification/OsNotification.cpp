@@ -6,6 +6,7 @@
 #include "Library/VornElogPolicyLib/Pcie/DpcEvent.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/RecordFields.h"
+#include "Library/VornElogPolicyLib/RecordFunction.h"
 #include "Platform/Protocol/VendorServices.h"
 #include "Platform/State.h"
 
@@ -135,26 +136,6 @@ EFI_STATUS VornElogSmmOsErrorNotification(const CPER_RECORD* pCper,
     return EFI_SUCCESS;
 }
 
-struct PCI_FUNCTION {
-    UINT8 Segment;
-    UINT8 Bus;
-    UINT8 Device;
-    UINT8 Function;
-};
-
-// The function that a PCIe or PCI component record is about; false when the record ends before it says.
-static bool GetPciFunction(const CPER_RECORD* pCper, PCI_FUNCTION* pFunction) {
-    if (IsSectionType(pCper, gCperSectionPcieGuid)) {
-        constexpr UINTN Offset = offsetof(CPER_PCIE_SECTION, DeviceId);
-        const auto Id = SectionField<CPER_PCIE_DEVICE_ID>(pCper, Offset);
-        *pFunction = {static_cast<UINT8>(Id.Segment), Id.Bus, Id.Device, Id.Function};
-        return RecordHolds(pCper, sizeof(CPER_RECORD) + Offset, sizeof(Id));
-    }
-    const auto Section = SectionField<CPER_PCI_COMPONENT_SECTION>(pCper, 0);
-    *pFunction = {Section.Segment, Section.Bus, Section.Device, Section.Function};
-    return RecordHolds(pCper, sizeof(CPER_RECORD), sizeof(Section));
-}
-
 EFI_STATUS VornElogSmmOsErrorContainment(const CPER_RECORD* pCper,
                                          const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData) {
     if (!IsErrorRecord(pCper, pKyrChipsetSupportData)) {
@@ -166,14 +147,14 @@ EFI_STATUS VornElogSmmOsErrorContainment(const CPER_RECORD* pCper,
     const EFI_GUID Type = RecordSectionType(pCper);
     bool IsNmiRequired = false;
     if (IsPciRecord(pCper)) {
-        PCI_FUNCTION Pci;
-        if (!GetPciFunction(pCper, &Pci)) {
+        PCI_SBDF At;
+        if (!GetRecordFunction(pCper, &At)) {
             Trace(DEBUG_ERROR, "%a: ERROR CPER RecordLength %d too short for its section, aborting...\n",
                   pCper->Header.RecordLength);
             return EFI_INVALID_PARAMETER;
         }
         if (IsFatalOrRecoverable && pKyrChipsetSupportData->Pci.DpcOsLoaded != FALSE &&
-            IsDpcAwareOs(Pci.Segment, Pci.Bus, Pci.Device, Pci.Function) != FALSE) {
+            IsDpcAwareOs(At.Seg, At.Bus, At.Dev, At.Func) != FALSE) {
             Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
                   "%a: Skipping NMI notification for DPC event, exiting...\n");
             return EFI_SUCCESS;
