@@ -64,7 +64,8 @@ struct Configuration {
     unsigned Sockets = 2;
     unsigned CoresPerSocket = 4;
     unsigned ThreadsPerCore = 2;
-    unsigned BanksPerProcessor = 32;  // at most 64
+    unsigned BanksPerProcessor = 32;            // at most 64
+    std::uint32_t CpuidSignature = 0x00B00F10;  // CPUID leaf 1 EAX
     unsigned ChannelsPerSocket = 12;
     unsigned DimmsPerChannel = 2;
     DramSettings Dram;

@@ -53,7 +53,7 @@ void Machine::BuildProcessors() {
                 Where.CoreOfSocket = Core;
                 Where.Thread = Thread;
                 Processors.emplace_back(Where, Config.CoresPerSocket * Config.ThreadsPerCore,
-                                        Config.BanksPerProcessor, MmioCfgBase);
+                                        Config.BanksPerProcessor, Config.CpuidSignature, MmioCfgBase);
             }
         }
     }

@@ -19,15 +19,18 @@ using McgMcip = Field<std::uint64_t, 2>;
 using McgCapCount = Field<std::uint64_t, 7, 0>;
 using McgCapCtlP = Field<std::uint64_t, 8>;
 
-constexpr std::uint32_t CPUID_SIGNATURE = 0x00C30F10;
 constexpr std::uint32_t CPUID_FEATURES_ECX = 0x7EF8320B;
 constexpr std::uint32_t CPUID_FEATURES_EDX = 0x178BFBFF;
 
 }  // namespace
 
 Processor::Processor(const ProcessorLocation& Where, unsigned LogicalPerSocket, unsigned BankCount,
-                     std::uint64_t MmioCfgBase)
-    : Place(Where), LogicalPerSocket(LogicalPerSocket), MmioCfgBase(MmioCfgBase), Banks(BankCount) {
+                     std::uint32_t Signature, std::uint64_t MmioCfgBase)
+    : Place(Where),
+      LogicalPerSocket(LogicalPerSocket),
+      Signature(Signature),
+      MmioCfgBase(MmioCfgBase),
+      Banks(BankCount) {
     for (unsigned Number = 0; Number < BankCount; Number++) {
         Banks[Number].Reset(DefaultBankIpid(Number));
     }
@@ -38,7 +41,7 @@ CPUID_RESULT Processor::Cpuid(std::uint32_t Leaf) const {
         case 0:  // highest leaf; the vendor's name is left blank
             return {1, 0x20202020, 0x20202020, 0x20202020};
         case 1:
-            return {CPUID_SIGNATURE, Place.ApicId << 24 | LogicalPerSocket << 16 | 8 << 8, CPUID_FEATURES_ECX,
+            return {Signature, Place.ApicId << 24 | LogicalPerSocket << 16 | 8 << 8, CPUID_FEATURES_ECX,
                     CPUID_FEATURES_EDX};
         default:
             return {};

@@ -23,7 +23,9 @@ struct ProcessorLocation {
 
 class Processor {
  public:
-    Processor(const ProcessorLocation& Where, unsigned LogicalPerSocket, unsigned Banks, std::uint64_t MmioCfgBase);
+    // Signature: CPUID leaf 1 EAX.
+    Processor(const ProcessorLocation& Where, unsigned LogicalPerSocket, unsigned Banks, std::uint32_t Signature,
+              std::uint64_t MmioCfgBase);
 
     const ProcessorLocation& Location() const {
         return Place;
@@ -80,6 +82,7 @@ class Processor {
 
     ProcessorLocation Place;
     unsigned LogicalPerSocket;
+    std::uint32_t Signature;
     std::uint64_t MmioCfgBase;
     std::vector<McaBank> Banks;
 };

@@ -58,6 +58,10 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
     {"cores", ReadSize<&Configuration::CoresPerSocket, 1, 128>},
     {"threads", ReadSize<&Configuration::ThreadsPerCore, 1, 2>},
     {"banks", ReadSize<&Configuration::BanksPerProcessor, 1, 64>},
+    {"cpuid-signature",
+     [](const YamlValue& V, Configuration& C) {
+         C.CpuidSignature = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF));
+     }},
     {"channels", ReadSize<&Configuration::ChannelsPerSocket, 1, 12>},
     {"dimms", ReadSize<&Configuration::DimmsPerChannel, 1, 2>},
     {"memory", ReadDram},
