@@ -45,6 +45,7 @@ constexpr LIBRARY_FUNCTION Constructors[] = {
 constexpr LIBRARY_FUNCTION Destructors[] = {
     VornElogPolicyLibDestructorSmm,
     VornCperCreateLibDestructor,
+    VornElogChipsetLibDestructor,
     SmmMemLibDestructor,
 };
 
