@@ -1,0 +1,217 @@
+// The whole classification of a function: who is checked for what, containment, removal, functions that die under it;
+// and who handles a queued record.
+#include "Library/VornElogPolicyLib/Pcie/Classification.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Tests/Library/VornElogPolicyLib/Pcie/PcieMachine.h"
+
+namespace {
+
+constexpr unsigned RP_EXTENSIONS = 1 << 5, HOT_PLUG = 1 << 6, PRESENT = 1 << 6;
+
+class Classification : public testing::Test {
+ protected:
+    std::string Classify(UINT8 Bus, UINT8 Device) {
+        State = Machine.Capture(Bus, Device, 0);
+        State.PcieRootPortData.pPciDeviceStateUpstreamRootPort = &State;
+        EXPECT_EQ(VornElogSmmIsPciErrorSignaled(&State), EFI_SUCCESS);
+        return Flags(State);
+    }
+    // Shows an error of every class.
+    static void FailInEveryWay(TestFunction& Function) {
+        Function.Set(PCI_STATUS, 2, 0x4010)
+            .Set(PCIE + PCIE_DEVICE_STATUS, 2, 0x000F)
+            .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00154000)  // UR, CTO, unexpected completion, malformed
+            .Set(AER + AER_CORRECTABLE_STATUS, 4, 0x00002001)
+            .SetHeaderLog(MEMORY_READ);
+    }
+
+    PcieMachine Machine;
+    PCI_DEVICE_STATE State{};
+};
+
+TEST_F(Classification, EndpointsAndLegacyFunctions) {
+    FailInEveryWay(Machine.Add(PcieMachine::BUS, 0, 0, PcieEndpoint));
+    EXPECT_EQ(Classify(PcieMachine::BUS, 0), "L.FSC F.DCH U.DCH N.DCH+ K.DCH");
+    // No capability list: the same bits are a legacy function's.
+    auto& Legacy = Machine.Add(PcieMachine::BUS, 1, 0, PcieEndpoint);
+    FailInEveryWay(Legacy);
+    Legacy.Set(PCI_STATUS, 2, 0xC000).Set(PCI_COMMAND, 2, 0x0100);
+    EXPECT_EQ(Classify(PcieMachine::BUS, 1), "L.FPSH");
+    EXPECT_EQ(VornElogSmmIsPciErrorSignaled(nullptr), EFI_INVALID_PARAMETER);
+}
+
+TEST_F(Classification, PortsWithContainment) {
+    const struct {
+        const char* Name;
+        unsigned PortType, DpcCapability, DpcStatus, SlotCapabilities, SlotStatus;
+        std::uint32_t RpPioStatus;
+        const char* Expected;
+    } Cases[] = {
+        {"not triggered", PcieRootPort, 0, 0, 0, 0, 0, "L.FSC F.DCH U.DCH N.DCH+ K.DCH"},
+        {"a containment event stands for all", PcieRootPort, 0, 1, 0, 0, 0, "E.DH"},
+        {"also of a switch", PcieSwitchDownstreamPort, 0, 5, 0, 0, 0, "E.DH"},
+        {"an upstream port has none", PcieSwitchUpstreamPort, 0, 1, 0, 0, 0, "L.FSC F.DCH U.DCH N.DCH+ K.DCH"},
+        {"contained by a removal", PcieRootPort, 0, 1, HOT_PLUG, 0, 0, "HOT E.DC"},
+        {"contained, still there", PcieRootPort, 0, 1, HOT_PLUG, PRESENT, 0, "E.DH"},
+        // A removal takes UR and all correctable errors away, and CTO where it is fatal.
+        {"removed", PcieRootPort, 0, 0, HOT_PLUG, 0, 0, "HOT L.FSC F.DCH U.DC N.DCH+ K.DC"},
+        // Timeouts and unsupported requests of its own: the non-fatal ones are explained, the malformed one is not.
+        {"RP PIO", PcieRootPort, RP_EXTENSIONS, 0, 0, 0, 0x00040001, "L.FSC R.DCH F.DCH U.DCH N.DCH+ K.DCH"},
+        {"RP PIO unknown to AER", PcieRootPort, RP_EXTENSIONS, 0, 0, 0, 0x00000002,
+         "L.FSC R.DCH F.DCH U.DCH N.DCH+ K.DCH"},
+    };
+    for (const auto& Case : Cases) {
+        auto& Port =
+            Machine.Add(PcieMachine::ROOT_BUS, 2, 0, Case.PortType).MakeBridge(PcieMachine::BUS, PcieMachine::BUS);
+        FailInEveryWay(Port);
+        Port.AddDpc(Case.DpcCapability)
+            .Set(DPC + DPC_CONTROL, 2, 0x0011)
+            .Set(DPC + DPC_STATUS, 2, Case.DpcStatus)
+            .Set(DPC + DPC_RP_PIO_STATUS, 4, Case.RpPioStatus)
+            .Set(DPC + DPC_RP_PIO_SYS_ERROR, 4, 0x00070707)
+            .Set(PCIE + PCIE_SLOT_CAPABILITIES, 4, Case.SlotCapabilities)
+            .Set(PCIE + PCIE_SLOT_STATUS, 2, Case.SlotStatus);
+        EXPECT_EQ(Classify(PcieMachine::ROOT_BUS, 2), Case.Expected) << Case.Name;
+        EXPECT_EQ(Machine.TracedSince("SBDF 0000:0C:02.0 PCIe device hot removal detected, clear DPC status\n"),
+                  std::string(Case.Expected) == "HOT E.DC")
+            << Case.Name;
+    }
+}
+
+TEST_F(Classification, RpPioTakesBackWhatItExplains) {
+    auto& Port =
+        Machine.Add(PcieMachine::ROOT_BUS, 2, 0, PcieRootPort).MakeBridge(PcieMachine::BUS, PcieMachine::BUS);
+    Port.AddDpc(RP_EXTENSIONS)
+        .Set(DPC + DPC_RP_PIO_STATUS, 4, 0x00040002)
+        .Set(DPC + DPC_RP_PIO_SYS_ERROR, 4, 0x00070707)
+        .Set(PCIE + PCIE_DEVICE_STATUS, 2, 0x0006)
+        .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x0000C000)     // CTO and CA
+        .Set(AER + AER_UNCORRECTABLE_SEVERITY, 4, 0x00466030);  // the timeout is fatal
+    EXPECT_EQ(Classify(PcieMachine::ROOT_BUS, 2), "R.DCH F.DC N.DC+");
+}
+
+TEST_F(Classification, AFunctionMayDieAtAnyRead) {
+    // A port of the platform's switch that has to look at everything: a removal, RP PIO, a write inside its window.
+    const auto MakePort = [&]() -> TestFunction& {
+        Machine.Clear();
+        auto& Port = Machine.Add(PcieMachine::ROOT_BUS, 2, 0, PcieSwitchDownstreamPort)
+                         .MakeBridge(PcieMachine::BUS, PcieMachine::BUS);
+        FailInEveryWay(Port);
+        Port.MakeNvmeSwitch(1)
+            .Set(VSEC, 4, DPC << 20 | 0x0001000B)
+            .Set(DPC, 4, 0x0001001D)
+            .Set(DPC + DPC_CAPABILITY, 2, RP_EXTENSIONS)
+            .Set(DPC + DPC_RP_PIO_STATUS, 4, 0x00010000)
+            .Set(DPC + DPC_RP_PIO_SYS_ERROR, 4, 0x00070707)
+            .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00100000)
+            .SetHeaderLog(MemoryWrite(0xFE000000))
+            .SetBar(0, 0xFE000004, 0xFFF00000)
+            .SetBar(1, 0x00000000, 0xFFFFFFFF)
+            .Set(PCIE + PCIE_SLOT_CAPABILITIES, 4, HOT_PLUG)
+            .Set(PCIE + PCIE_SLOT_STATUS, 2, PRESENT)
+            .Set(PCI_MEMORY_BASE, 4, 0x0000FFF0);
+        return Port;
+    };
+    auto& Healthy = MakePort();
+    Classify(PcieMachine::ROOT_BUS, 2);
+    const std::uint64_t AllReads = Healthy.Reads;
+    for (std::uint64_t Lifetime = 0; Lifetime < AllReads; Lifetime++) {
+        auto& Port = MakePort();
+        Port.Lifetime = Lifetime;
+        Classify(PcieMachine::ROOT_BUS, 2);
+        const PCIE_ERROR_STATUS& Errors = State.Pcie.ErrorStatus;
+        const std::string Found = Flags(State);
+        // What is handled was seen, and will be cleared.
+        EXPECT_TRUE(!Errors.HandleFatal || (Errors.DetectedFatal && Errors.ClearFatal)) << Lifetime << Found;
+        EXPECT_TRUE(!Errors.HandleUnsupportedRequest || Errors.ClearUnsupportedRequest) << Lifetime << Found;
+        EXPECT_TRUE(!Errors.HandleNonFatal || (Errors.DetectedNonFatal && Errors.ClearNonFatal)) << Lifetime << Found;
+        EXPECT_TRUE(!Errors.HandleCorrectable || Errors.ClearCorrectable) << Lifetime << Found;
+        EXPECT_TRUE(!Errors.HandleRpPioFatal || Errors.ClearRpPioFatal) << Lifetime << Found;
+        EXPECT_TRUE(!Errors.DetectedDpcEvent || !Errors.DetectedFatal) << Lifetime << Found;
+    }
+}
+
+TEST_F(Classification, QuietFunctionsCostTheirStatusRegisters) {
+    auto& Device = Machine.Add(PcieMachine::BUS, 0, 0, PcieEndpoint);
+    State = Machine.Capture(PcieMachine::BUS, 0, 0);
+    const std::uint64_t Captured = Device.Reads;
+    EXPECT_EQ(VornElogSmmIsPciErrorSignaled(&State), EFI_SUCCESS);
+    // Fatal and non-fatal: Status, Device Status, UNCERRSTS; unsupported request: the last two; correctable: Device
+    // Status and CORERRSTS.
+    EXPECT_EQ(Device.Reads - Captured, 10u);
+    EXPECT_EQ(Device.Writes, 0u);
+}
+
+TEST_F(Classification, EveryHandleFlagFindsItsHandler) {
+    struct Case {
+        const char* Name;
+        void (*Set)(PCI_DEVICE_STATE& Function);
+        std::vector<std::string> Records;  // sections
+        bool IsComponentHandled = false;
+    };
+    const auto SetAll = [](PCI_DEVICE_STATE& Function) {
+        PCIE_ERROR_STATUS& Pcie = Function.Pcie.ErrorStatus;
+        CXL_ERROR_STATUS& Cxl = Function.Cxl.ErrorStatus;
+        Function.LegacyPci.Handle = TRUE;
+        Pcie.HandleFatal = Pcie.HandleUnsupportedRequest = Pcie.HandleNonFatal = TRUE;
+        Pcie.HandleCorrectable = Pcie.HandleRpPioFatal = TRUE;
+        Cxl.HandleFatal = Cxl.HandleNonFatal = Cxl.HandleCorrectable = Cxl.ComponentDetected = TRUE;
+    };
+    static constexpr auto Everything = SetAll;
+    for (const Case& Test : {
+             Case{"nothing", [](auto&) {}, {}},
+             Case{"legacy flags of a PCIe function", [](auto& F) { F.LegacyPci.Handle = TRUE; }, {}},
+             Case{"legacy function",
+                  [](auto& F) {
+                      F.PcieCapabilityOffset = 0;
+                      F.LegacyPci.Handle = TRUE;
+                  },
+                  {"pcie"}},
+             Case{"legacy function, nothing to handle",
+                  [](auto& F) {
+                      Everything(F);
+                      F.PcieCapabilityOffset = 0;
+                      F.LegacyPci.Handle = FALSE;
+                  },
+                  {}},
+             Case{"fatal", [](auto& F) { F.Pcie.ErrorStatus.HandleFatal = TRUE; }, {"pcie"}},
+             Case{"UR", [](auto& F) { F.Pcie.ErrorStatus.HandleUnsupportedRequest = TRUE; }, {"pcie"}},
+             Case{"non-fatal", [](auto& F) { F.Pcie.ErrorStatus.HandleNonFatal = TRUE; }, {"pcie"}},
+             Case{"correctable", [](auto& F) { F.Pcie.ErrorStatus.HandleCorrectable = TRUE; }, {"pcie"}},
+             Case{"RP PIO", [](auto& F) { F.Pcie.ErrorStatus.HandleRpPioFatal = TRUE; }, {"pcie"}},
+             Case{"CXL fatal", [](auto& F) { F.Cxl.ErrorStatus.HandleFatal = TRUE; }, {"cxl-protocol"}},
+             Case{"CXL non-fatal", [](auto& F) { F.Cxl.ErrorStatus.HandleNonFatal = TRUE; }, {"cxl-protocol"}},
+             Case{"CXL correctable", [](auto& F) { F.Cxl.ErrorStatus.HandleCorrectable = TRUE; }, {"cxl-protocol"}},
+             Case{"CXL component", [](auto& F) { F.Cxl.ErrorStatus.ComponentDetected = TRUE; }, {}, true},
+             Case{"all", Everything, {"pcie", "cxl-protocol"}, true},
+             Case{"containment, and all",
+                  [](auto& F) {
+                      Everything(F);
+                      F.Pcie.ErrorStatus.HandleDpcEvent = TRUE;
+                  },
+                  {"pcie"}},
+         }) {
+        Machine.Add(PcieMachine::ROOT_BUS, 2, 0, PcieRootPort)
+            .MakeBridge(PcieMachine::BUS, PcieMachine::BUS)
+            .AddDpc();
+        State = Machine.Capture(PcieMachine::ROOT_BUS, 2, 0);
+        State.PcieRootPortData.pPciDeviceStateUpstreamRootPort = &State;
+        State.Cxl.IsCxl = TRUE;
+        State.Cxl.CxlAgentType = 5;
+        Test.Set(State);
+        Machine.Forget();
+        EXPECT_EQ(VornElogSmmHandlePciDeviceError(&State), EFI_SUCCESS);
+        EXPECT_EQ(Machine.Events("record", "section"), Test.Records) << Test.Name;
+        EXPECT_EQ(Machine.TracedSince("SBDF 0000:0C:02.0 ERROR unable to get mailbox address offset, exiting...\n"),
+                  Test.IsComponentHandled)
+            << Test.Name;
+    }
+    EXPECT_EQ(VornElogSmmHandlePciDeviceError(nullptr), EFI_INVALID_PARAMETER);
+}
+
+}  // namespace
