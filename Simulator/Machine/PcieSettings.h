@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "Simulator/Machine/CxlSettings.h"
+
 namespace Simulator {
 
 enum class PcieKind {
@@ -85,6 +87,7 @@ struct PcieFunctionSetting {
     std::optional<unsigned> NvmeSwitchMode;  // the platform's NVMe switch, in that operating mode: 0 BSW, 1 iSSW
     std::optional<SlotSetting> Slot;         // ports
     std::optional<DpcSetting> Dpc;           // ports
+    std::optional<CxlSetting> Cxl;           // runs CXL
     std::vector<BarSetting> Bars;
     std::vector<CapabilitySetting> Capabilities;
     std::vector<RegisterSetting> Registers;

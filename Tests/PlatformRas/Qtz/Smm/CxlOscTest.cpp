@@ -1,0 +1,84 @@
+#include "PlatformRas/Qtz/Smm/CxlOsc.h"
+
+#include <gtest/gtest.h>
+
+#include "Include/PlatformApeiData.h"
+#include "Library/RasLib/Globals.h"
+#include "Simulator/Simulation.h"
+
+namespace {
+
+class CxlOsc : public testing::Test {
+ protected:
+    CxlOsc() {
+        Simulator::Configuration Settings;
+        Settings.TraceLevels = 0;
+        Sim = std::make_unique<Simulator::Simulation>(Settings);
+        Sim->Boot();
+    }
+    UINT32 Negotiate(UINT32 Support, UINT32 Control) {
+        CXL_POLICY_DATA& Policy = *mPlatformApeiData->CxlPolicyData;
+        Policy.OscDword4 = Support;
+        Policy.OscDword5 = Control;
+        EXPECT_EQ(KyrCxlOscCallback(nullptr, nullptr, nullptr, nullptr), EFI_SUCCESS);
+        EXPECT_EQ(Policy.OscDword4, Support);
+        return Policy.OscDword5;
+    }
+    void Set(UINT8 Mode, UINT8 AllHaveSecondary, UINT8 Isolation) {
+        mPlatformApeiData->CxlErrorHandlingMode = Mode;
+        mPlatformApeiData->CxlAllDevicesHaveSecondaryMailbox = AllHaveSecondary;
+        mPlatformApeiData->CxlIsolationEnable = Isolation;
+    }
+
+    std::unique_ptr<Simulator::Simulation> Sim;
+};
+
+TEST_F(CxlOsc, MemoryErrorReportingHasOneOwner) {
+    const struct {
+        UINT32 Support;
+        UINT8 Mode, AllHaveSecondary;
+        UINT32 Granted;
+    } Cases[] = {
+        {0x00, 0, 0, 0}, {0x02, 0, 0, 0}, {0x1E, 0, 0, 0},  // no access to RCD registers
+        {0x01, 0, 0, 1}, {0x01, 0, 1, 1}, {0x01, 3, 1, 1},  // OS first
+        {0x01, 1, 0, 1}, {0x01, 1, 1, 0},                   // forced firmware first
+        {0x01, 2, 0, 0}, {0x01, 2, 1, 0}, {0x1F, 2, 0, 0},  // firmware first for debugging
+        {0x1F, 1, 0, 1}, {0x1E, 1, 0, 0},
+    };
+    for (const auto& Case : Cases) {
+        Set(Case.Mode, Case.AllHaveSecondary, 0);
+        EXPECT_EQ(Negotiate(Case.Support, 1), Case.Granted)
+            << Case.Support << " " << int{Case.Mode} << " " << int{Case.AllHaveSecondary};
+        EXPECT_EQ(Negotiate(Case.Support, 0), 0u) << "what is not asked for is not given";
+    }
+}
+
+// Every combination of support and control bits: what is granted was asked for, what may not be had is clear.
+TEST_F(CxlOsc, EveryCombinationKeepsTheRules) {
+    for (UINT32 Settings = 0; Settings < 16; Settings++) {
+        const UINT8 Mode = Settings & 3;
+        const bool AllHaveSecondary = (Settings & 4) != 0;
+        const bool Isolation = (Settings & 8) != 0;
+        Set(Mode, AllHaveSecondary, Isolation);
+        const bool FirmwareOwns = Mode == 2 || (Mode == 1 && AllHaveSecondary);
+        for (UINT32 Support = 0; Support < 32; Support++) {
+            UINT32 Grantable = 0;
+            Grantable |= (Support & 0x01) != 0 && !FirmwareOwns ? 0x01 : 0;
+            Grantable |= (Support & 0x10) != 0 && Isolation ? 0x22 : 0;
+            for (UINT32 Control = 0; Control < 64; Control++) {
+                ASSERT_EQ(Negotiate(Support, Control), Control & Grantable)
+                    << Settings << " " << Support << " " << Control;
+            }
+        }
+    }
+    EXPECT_EQ(Negotiate(0x1F, 0xFFFFFFC0), 0xFFFFFFC0) << "what has no meaning yet stays";
+}
+
+TEST_F(CxlOsc, NeedsThePlatformsData) {
+    CXL_POLICY_DATA* Policy = mPlatformApeiData->CxlPolicyData;
+    mPlatformApeiData->CxlPolicyData = nullptr;
+    EXPECT_EQ(KyrCxlOscCallback(nullptr, nullptr, nullptr, nullptr), EFI_NOT_FOUND);
+    mPlatformApeiData->CxlPolicyData = Policy;
+}
+
+}  // namespace
