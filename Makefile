@@ -1,5 +1,5 @@
 # One word each. `run` and `test` install what they need on a bare Debian machine.
-.PHONY: run test firmware bench format check clean
+.PHONY: run test firmware os-test bench format check clean
 
 BUILD := build
 CMAKE := cmake -G Ninja -S .
@@ -22,6 +22,12 @@ test:
 firmware:
 	@Scripts/install-packages firmware
 	@Scripts/build-firmware $(BUILD)/firmware
+
+os-test:
+	@Scripts/install-packages build os-test
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
+	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
+	@Scripts/os-test $(BUILD)/release/ras-sim $(BUILD)/os
 
 bench:
 	@Scripts/install-packages build bench
