@@ -8,7 +8,6 @@
 #include "Library/RasLib/Assert.h"
 #include "Library/RasLib/Globals.h"
 #include "Library/RasLib/ProcessorAccess.h"
-#include "Library/RasLib/StandIn.h"
 #include "Simulator/Simulation.h"
 
 namespace {
@@ -85,8 +84,6 @@ TEST(TraceLines, CarryPrefixAndNameAndAreCutAt255) {
     EXPECT_THAT(Machine.TraceLog(), HasSubstr("[SMM] APIC 0x00 S00:C00:T00 > TestBody: status Time out\n"));
     HelperOfOperation("Operation");
     EXPECT_THAT(Machine.TraceLog(), HasSubstr("> Operation: 3\n"));
-    TraceStandIn();
-    EXPECT_THAT(Machine.TraceLog(), HasSubstr("> TestBody: not built into this image\n"));
 
     Trace(DEBUG_ERROR, "%a|\n", std::string(300, 'x').c_str());
     EXPECT_THAT(Machine.TraceLog(), HasSubstr("> " + std::string(255, 'x')));
