@@ -45,11 +45,11 @@ EFI_STATUS VornElogRetrievePciDeviceState(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8
         Trace(DEBUG_ERROR, "%a: ERROR ppPciDeviceState == NULL, aborting...\n");
         return EFI_INVALID_PARAMETER;
     }
-    const UINT32 Wanted = PackPciAddress(Seg, Bus, Dev, Func);
     for (const QUEUE_NODE* pNode = QueueHead(mPrivateDataVornElogPolicyLib.pQueuePciDeviceData); pNode != nullptr;
          pNode = pNode->pNext) {
         auto* pState = static_cast<PCI_DEVICE_STATE*>(pNode->pData);
-        if (PackedPciAddress::Register::Set(pState->PciAddress, 0) == Wanted) {
+        const PCI_SBDF At = SbdfOf(pState->PciAddress);
+        if (At.Seg == Seg && At.Bus == Bus && At.Dev == Dev && At.Func == Func) {
             *ppPciDeviceState = pState;
             return EFI_SUCCESS;
         }

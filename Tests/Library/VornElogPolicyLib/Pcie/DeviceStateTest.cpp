@@ -286,6 +286,7 @@ TEST_F(DeviceState, LooksUpTheOldestOfAFunction) {
     EXPECT_EQ(VornElogRetrievePciDeviceState(SEG, BUS, DEV, FUNC + 1, &pFound), EFI_NOT_FOUND);
     EXPECT_EQ(VornElogRetrievePciDeviceState(SEG, BUS, DEV + 1, FUNC, &pFound), EFI_NOT_FOUND);
     EXPECT_EQ(VornElogRetrievePciDeviceState(SEG, BUS + 1, DEV, FUNC, &pFound), EFI_NOT_FOUND);
+    EXPECT_EQ(VornElogRetrievePciDeviceState(0x10, BUS, DEV, FUNC, &pFound), EFI_NOT_FOUND);
     EXPECT_EQ(pFound, pNothing);
     EXPECT_EQ(VornElogRetrievePciDeviceState(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
     EXPECT_EQ(VornElogSmmClearPciDeviceStatusQueue(), EFI_SUCCESS);
