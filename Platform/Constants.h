@@ -7,6 +7,9 @@
 // PCI vendor ID of the processor's own functions; a data-fabric device that reports another one is not ours.
 inline constexpr UINT16 PROCESSOR_PCI_VENDOR_ID = 0x1E2D;
 
+// PCI subsystem vendor ID that the platform vendor gives its own boards: its NVMe switch is recognised by it.
+inline constexpr UINT16 VORN_PCI_SUBSYSTEM_VENDOR_ID = 0x1F3A;
+
 // ECAM base when the processor's MMIO configuration base register reads 0.
 inline constexpr UINT64 DEFAULT_PCI_EXPRESS_BASE_ADDRESS = 0x60000000;
 

@@ -2,11 +2,9 @@
 #pragma once
 
 #include "Include/PciDeviceState.h"
+#include "Platform/Constants.h"
 
 inline constexpr UINT16 PCI_VENDOR_ID_BROADCOM = 0x1000;
-
-// Subsystem vendor ID that the platform vendor gives its own boards.
-inline constexpr UINT16 VORN_PCI_SUBSYSTEM_VENDOR_ID = 0x1F3A;
 
 // Whether the function is the upstream port of such a switch, and the switch's operating mode (NVME_SWITCH_MODE_;
 // unknown for any other function and where it cannot be read).
