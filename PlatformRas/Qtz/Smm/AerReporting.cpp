@@ -16,8 +16,8 @@ constexpr UINT32 SUPPORTED_PROCESSOR_FAMILIES[] = {0xB00F00, 0xB10F00};
 
 // Action-control registers of an IOHC's ports.
 struct ACTION_CONTROL_SET {
-    UINT32 ExtCorr;
-    UINT32 IntCorr;
+    UINT32 ExtCorr_ACTION_CONTROL;
+    UINT32 IntCorr_ACTION_CONTROL;
 };
 constexpr ACTION_CONTROL_SET PCIE0_ACTION_CONTROL = {0x13B2027C, 0x13B20270};
 constexpr ACTION_CONTROL_SET PCIE2_ACTION_CONTROL = {0x1D420124, 0x1D420118};
@@ -120,8 +120,8 @@ EFI_STATUS ReConfigAerReportingPath(UINT8 PortIndex, UINT32 RpPciAddr) {
     const UINT32 Offset = (Hub.NbioRbIndex & 3u) * IO_HUB_STRIDE +
                           WrapIdOf(PcieCoreOfPort(Hub.Iom, PortIndex)) * WRAPPER_STRIDE + PortIndex * PORT_STRIDE;
     Trace(mSerDbgLevel, "%a: Socket %d Iom %d Port %d ExtCorr 0x%08x IntCorr 0x%08x => SMI\n", Hub.Socket, Hub.Iom,
-          PortIndex, Set.ExtCorr + Offset, Set.IntCorr + Offset);
-    GenerateSmi(Hub.SegBus, Set.ExtCorr + Offset);
-    GenerateSmi(Hub.SegBus, Set.IntCorr + Offset);
+          PortIndex, Set.ExtCorr_ACTION_CONTROL + Offset, Set.IntCorr_ACTION_CONTROL + Offset);
+    GenerateSmi(Hub.SegBus, Set.ExtCorr_ACTION_CONTROL + Offset);
+    GenerateSmi(Hub.SegBus, Set.IntCorr_ACTION_CONTROL + Offset);
     return EFI_SUCCESS;
 }
