@@ -3,6 +3,7 @@
 #include "Include/BoundedContainers.h"
 #include "Include/PlatformApeiData.h"
 #include "Library/RasLib/Globals.h"
+#include "Library/RasLib/PciePortMap.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 #include "Library/VornElogBaseLib/Queue.h"
@@ -198,8 +199,8 @@ EFI_STATUS PcieErrorScanHelper(UINT8 IndexOfRbBusMap, const IO_HUB_DATA* pIoHubD
               mRbBusMap->RbCount);
         return EFI_INVALID_PARAMETER;
     }
-    const KYR_PCIE_PORT_MAP* pPortMap = mPlatformApeiData->KyrPciePortMap;
-    if (mPlatformApeiData->PciMapValid == FALSE || pPortMap == nullptr) {
+    const KYR_PCIE_PORT_MAP* const pPortMap = GetPciePortMap();
+    if (pPortMap == nullptr) {
         Trace(DEBUG_ERROR, "%a: ERROR PciMapValid %d not ready yet, aborting...\n", mPlatformApeiData->PciMapValid);
         return EFI_NOT_FOUND;
     }

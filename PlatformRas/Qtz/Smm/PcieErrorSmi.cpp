@@ -1,9 +1,9 @@
 #include "PlatformRas/Qtz/Smm/PcieErrorSmi.h"
 
 #include "Include/IohcRegisters.h"
-#include "Include/PciDeviceState.h"
 #include "Library/RasLib/FabricTopology.h"
 #include "Library/RasLib/Globals.h"
+#include "Library/RasLib/PciePortMap.h"
 #include "Library/RasLib/Smn.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogChipsetLib/SelTransport.h"
@@ -23,22 +23,6 @@ namespace {
 
 constexpr const CHAR8* CALLBACK = "KyrPcieLegacyRasSmiCallback";
 using ErrorFound = Field<UINT8, 0>;  // of PciErrorsDetected
-
-IO_HUB_DATA IoHubDataOf(const RB_BUS_ENTRY& Entry) {
-    return {
-        .SocketId = Entry.Socket,
-        .Valid = 1,
-        .DieId = Entry.Die,
-        .RbIndex = Entry.RbIndex,
-        .BusMapByte = Entry.Producer2[0],
-        .IomLogicalId = Entry.Producer2[1],
-        .IomPhysicalId = Entry.Producer2[2],
-        .NbioId = Entry.Nbio,
-        .IohcId = Entry.Iohc,
-        .Segment = Entry.RbSeg,
-        .BusBase = Entry.RbBusBase,
-    };
-}
 
 // The registers of one root complex.
 class Iohc {
