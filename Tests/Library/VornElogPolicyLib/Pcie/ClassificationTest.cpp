@@ -95,6 +95,38 @@ TEST_F(Classification, RpPioTakesBackWhatItExplains) {
     EXPECT_EQ(Classify(PcieMachine::ROOT_BUS, 2), "R.DCH F.DC N.DC+");
 }
 
+TEST_F(Classification, ACxlDeviceReportsItsInternalErrorsOnce) {
+    constexpr std::uint64_t RAS = 0xF0001200;
+    auto& Mmio = Machine.Sim.Machine().Mmio();
+    Mmio.Map(RAS & ~0xFFFull, 0x1000, "CXL component registers");
+    Machine.Add(PcieMachine::BUS, 0, 0, PcieEndpoint)
+        .Set(PCIE + PCIE_DEVICE_STATUS, 2, 0x0005)
+        .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00400000)  // uncorrectable internal error
+        .Set(AER + AER_CORRECTABLE_STATUS, 4, 0x00004000);   // corrected internal error
+    const struct {
+        std::uint32_t Uncorrectable, Correctable;
+        bool IsCxl;
+        const char* Expected;
+    } Cases[] = {
+        {0x0001, 0, true, "XF.DCH F.DC K.DCH"}, {0x0400, 0, true, "XN.DCH F.DC K.DCH"},
+        {0, 0x0002, true, "F.DCH XK.DCH K.DC"}, {0x0401, 0x0002, true, "XF.DCH XN.DCH F.DC XK.DCH K.DC"},
+        {0x0401, 0x0002, false, "F.DCH K.DCH"},
+    };
+    for (const auto& Case : Cases) {
+        Mmio.Write(RAS, 4, Case.Uncorrectable);
+        Mmio.Write(RAS + 0x0C, 4, Case.Correctable);
+        State = Machine.Capture(PcieMachine::BUS, 0, 0);
+        State.Cxl.IsCxl = Case.IsCxl;
+        State.Cxl.CxlRevision = 1;
+        State.Cxl.RasCapabilityAddress = RAS;
+        State.Cxl.RasCapability[2] = 0x0001;  // severity
+        State.Cxl.DeviceEventStatus = Case.IsCxl ? 0x2 : 0;
+        EXPECT_EQ(VornElogSmmIsPciErrorSignaled(&State), EFI_SUCCESS);
+        EXPECT_EQ(Flags(State), Case.Expected);
+        EXPECT_EQ(State.Cxl.ErrorStatus.ComponentHandleSeverity.Warn, Case.IsCxl);
+    }
+}
+
 TEST_F(Classification, AFunctionMayDieAtAnyRead) {
     // A port of the platform's switch that has to look at everything: a removal, RP PIO, a write inside its window.
     const auto MakePort = [&]() -> TestFunction& {

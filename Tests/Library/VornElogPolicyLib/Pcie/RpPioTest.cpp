@@ -150,6 +150,7 @@ TEST_F(RpPioErrors, AerErrorsThatTheyExplainAreNotReportedTwice) {
         const char* Name;
         std::uint32_t RpPioStatus, Uncorrectable, Mask, Severity;
         bool Expected;  // still handled
+        bool IsDetected = true;
     } Cases[] = {
         {"memory UR", 0x00010000, UR, 0, ALL, false},
         {"configuration CA", 0x00000002, CA, 0, ALL, false},
@@ -160,7 +161,7 @@ TEST_F(RpPioErrors, AerErrorsThatTheyExplainAreNotReportedTwice) {
         {"the other one masked", 0x00010000, UR | MALFORMED, MALFORMED, ALL, false},
         {"the other one of another severity", 0x00010000, UR | MALFORMED, 0, UR, false},
         {"nothing asserted", 0x00000020, UR, 0, ALL, true},
-        {"not detected", 0, UR, 0, ALL, true},
+        {"gone when it was looked at", 0x00010000, UR, 0, ALL, true, false},
     };
     for (const auto& Case : Cases) {
         for (const bool IsFatal : {true, false}) {
@@ -173,7 +174,7 @@ TEST_F(RpPioErrors, AerErrorsThatTheyExplainAreNotReportedTwice) {
             SetCapturedRegister32(State.AerCapability, AER_UNCORRECTABLE_SEVERITY,
                                   IsFatal ? Case.Severity : ~Case.Severity);
             PCIE_ERROR_STATUS& Errors = State.Pcie.ErrorStatus;
-            Errors.DetectedRpPioFatal = Case.RpPioStatus != 0;
+            Errors.DetectedRpPioFatal = Case.IsDetected;
             Errors.HandleFatal = IsFatal;
             Errors.HandleNonFatal = !IsFatal;
             EXPECT_EQ(VornElogSmmScreenPcieErrorFatalForDpRpPio(&State), EFI_SUCCESS);
