@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Platform/Base.h"
+#include "Simulator/Machine/PcieSettings.h"
 
 namespace Simulator {
 
@@ -71,7 +72,8 @@ struct Configuration {
     DramSettings Dram;
     unsigned OemRasInstances = 1;  // who wants to hear of runtime repairs; at most 4
     unsigned RootComplexesPerSocket = 4;
-    unsigned PciSegments = 1;  // 2: the second socket's root complexes lie in segment 1
+    unsigned PciSegments = 1;  // 1, 2 or 4; with more than one the second socket's root complexes lie in segment 1
+    PcieSettings Pcie;
     std::string Clock = "2026-11-24 12:00:00";
     bool ClockUpdateStuck = false;              // update-in-progress never clears
     bool ClockBatteryDead = false;              // valid RAM and time clear

@@ -45,6 +45,10 @@ void Simulation::RaiseSmi(std::string_view Kind) {
     Everything->Hardware.ThrowPendingFault();
 }
 
+bool Simulation::IsRootComplexSmiPending() const {
+    return Everything->Hardware.Pcie().HasSmiPending();
+}
+
 void Simulation::Wait(std::uint64_t Microseconds) {
     Everything->Hardware.Advance(Microseconds);
 }

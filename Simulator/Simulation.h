@@ -49,6 +49,8 @@ class Simulation {
     // given; "software-0xNN" is a software SMI of the OS; "root-complex" runs the root complexes' handlers.
     // Throws std::invalid_argument for a kind that the machine does not have.
     void RaiseSmi(std::string_view Kind);
+    // Some root complex's hardware asks for that SMI.
+    bool IsRootComplexSmiPending() const;
     void Wait(std::uint64_t Microseconds);
     // A line of DRAM errs, Count times. Throws std::invalid_argument for a place that no enabled DIMM has.
     void InjectMemoryError(const MemoryError& Error, std::uint64_t Count);

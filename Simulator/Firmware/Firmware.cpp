@@ -141,6 +141,7 @@ Firmware::Firmware(const Configuration& Configured, Simulator::Machine& Machine)
     for (const auto& [Name, How] : Settings.Failing) {
         Faults.Set(Name, How);
     }
+    Hardware.Pcie().EnableReporting(IsPcieFirmwareFirst(Data.Apei.PcieErrorHandlingMode));
     TheFirmware = this;
     InstallStage(*this, Stage::BeforeDriver);
 }
@@ -215,6 +216,14 @@ void Firmware::EnterSmm(std::string_view Kind) {
             const std::uint64_t Pending = Hardware.ProcessorAt(Number).SmiSources;
             if (Pending != 0) {
                 Sources.push_back({{"processor", Hex(Number)}, {"status", Hex(Pending)}});
+            }
+        }
+        for (std::size_t Index = 0; Index < Hardware.RootComplexes().size(); Index++) {
+            const IoHub& Hub = Hardware.Pcie().Hub(Index);
+            if (Hub.HasSmiPending()) {
+                Sources.push_back({{"root-complex", Hex(Index)},
+                                   {"status", Hex(Hub.GlobalStatus())},
+                                   {"ports", Hex(Hub.GlobalStatusHi())}});
             }
         }
         return nlohmann::ordered_json{{"kind", Kind}, {"sources", Sources}};

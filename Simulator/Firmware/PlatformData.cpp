@@ -5,6 +5,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "Include/PciDeviceState.h"
 #include "Simulator/Firmware/DriverImage.h"
 #include "Simulator/Firmware/MemoryLayout.h"
 
@@ -60,6 +61,7 @@ PlatformData::PlatformData(const Configuration& Settings, const Machine& Hardwar
     SetApeiFields(Settings);
     BuildProcessorMap(Hardware);
     BuildBusMap(Hardware);
+    BuildPortMap(Settings, Hardware);
     BuildThresholdMap(Settings);
     BuildSlots(Settings);
     BuildMemoryMap();
@@ -133,6 +135,29 @@ void PlatformData::BuildBusMap(const Machine& Hardware) {
         Entry.RbSeg = static_cast<UINT8>(Complex.Segment);
     }
     Apei.RbBusMap = Map;
+}
+
+void PlatformData::BuildPortMap(const Configuration& Settings, const Machine& Hardware) {
+    const auto& Ports = Hardware.Pcie().RootPorts();
+    PortMap.resize(sizeof(KYR_PCIE_PORT_MAP) + Ports.size() * sizeof(KYR_PCIE_PORT_MAP_ENTRY));
+    auto* Map = reinterpret_cast<KYR_PCIE_PORT_MAP*>(PortMap.data());
+    Map->PortCount = static_cast<UINT16>(Ports.size());
+    auto* Entries = reinterpret_cast<KYR_PCIE_PORT_MAP_ENTRY*>(Map + 1);
+    for (std::size_t Index = 0; Index < Ports.size(); Index++) {
+        const PcieFunction& Port = *Ports[Index].Function;
+        KYR_PCIE_PORT_MAP_ENTRY& Entry = Entries[Index];
+        Entry.PortNumber = static_cast<UINT8>(Port.HubPort);
+        Entry.DeviceCount = static_cast<UINT8>(Port.Below.size());
+        Entry.RpPciAddr = PackPciAddress(static_cast<UINT8>(Port.Segment), static_cast<UINT8>(Port.RootBus),
+                                         static_cast<UINT8>(Port.Device), static_cast<UINT8>(Port.Function));
+        Entry.PhysicalBridgePciAddr = Entry.RpPciAddr;
+        Entry.CxlCapable = Ports[Index].CxlCapable ? 1 : 0;
+        Entry.CxlMode = static_cast<UINT8>(Ports[Index].CxlMode);
+    }
+    Apei.KyrPciePortMap = Map;
+    if (!Settings.Apei.contains("PciMapValid")) {
+        Apei.PciMapValid = 1;
+    }
 }
 
 void PlatformData::BuildThresholdMap(const Configuration& Settings) {

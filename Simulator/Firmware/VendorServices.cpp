@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Include/Cper.h"
+#include "Include/PciDeviceState.h"
 #include "Platform/Guids.h"
 #include "Simulator/Firmware/Firmware.h"
 #include "Simulator/Firmware/ServiceTables.h"
@@ -35,6 +36,29 @@ EFI_STATUS GetAttribute(const EFI_GUID* VendorGuid, const CHAR16* Name, UINTN* D
         return EFI_SUCCESS;
     }
     return EFI_NOT_FOUND;
+}
+
+// The slot that a function, a port of the slot among them, belongs to.
+EFI_STATUS FillSlotNumber(const PciAddress& Where, PCI_SLOT_NUMBER_DATA* Data) {
+    if (Data == nullptr) {
+        return EFI_INVALID_PARAMETER;
+    }
+    PcieFabric& Fabric = Firmware::Current().Hardware.Pcie();
+    const PcieFunction* Function = Fabric.Find(Where);
+    const PcieSlotSetting* Slot = Function == nullptr ? nullptr : Fabric.SlotOf(*Function);
+    if (Slot == nullptr) {
+        return EFI_NOT_FOUND;
+    }
+    *Data = {};
+    Data->Valid = 1;
+    if (Slot->IsNvmeBay) {
+        Data->DeviceType = PciSlotDeviceNvmeDrive;
+        Data->Drive = {static_cast<UINT8>(Slot->Bay), static_cast<UINT8>(Slot->BaySlot)};
+    } else {
+        Data->DeviceType = PciSlotDeviceOther;
+        Data->SlotNumber = Slot->Number;
+    }
+    return EFI_SUCCESS;
 }
 
 }  // namespace
@@ -93,11 +117,12 @@ VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterfaceTable() {
     return &Table;
 }
 
-// No slot holds a card on this machine.
 VORN_PCI_SLOT_DATA_SMM_PROTOCOL* PciSlotDataTable() {
     static VORN_PCI_SLOT_DATA_SMM_PROTOCOL Table{
-        [](UINT8, UINT8, UINT8, UINT8, PCI_SLOT_NUMBER_DATA*) {
-            return Serve(Member::GetSlotNumberData, [] { return EFI_NOT_FOUND; });
+        [](UINT8 Segment, UINT8 Bus, UINT8 Device, UINT8 Function, PCI_SLOT_NUMBER_DATA* Data) {
+            return Serve(Member::GetSlotNumberData, [&] {
+                return FillSlotNumber({Segment, Bus, Device, Function}, Data);
+            });
         },
     };
     return &Table;

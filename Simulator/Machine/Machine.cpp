@@ -25,6 +25,7 @@ Machine::Machine(const Configuration& Settings, Journal& Journal)
     if (TheMachine != nullptr) {
         throw std::logic_error("at most one simulation lives in a process at a time");
     }
+    Config.PciSegments = PciSegmentCount(Config);
     BuildProcessors();
     BuildFabricAndPci();
     BuildMmio();
@@ -89,6 +90,7 @@ void Machine::LogMachineCheck(const MachineCheck& Error) {
 void Machine::Advance(std::uint64_t Microseconds) {
     Time += Microseconds;
     Memory->Advance(Microseconds);
+    Hierarchies->AdvanceTo(Time);
 }
 
 std::uint64_t Machine::OsReadMsr(unsigned Number, std::uint32_t Msr) {

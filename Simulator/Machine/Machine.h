@@ -16,6 +16,7 @@
 #include "Simulator/Machine/MemorySystem.h"
 #include "Simulator/Machine/MmioSpace.h"
 #include "Simulator/Machine/PciSpace.h"
+#include "Simulator/Machine/PcieFabric.h"
 #include "Simulator/Machine/Processor.h"
 #include "Simulator/Machine/RealTimeClock.h"
 #include "Simulator/Machine/RootComplexes.h"
@@ -59,6 +60,13 @@ class Machine {
     SmnSpace& SmnOf(std::size_t RootComplexIndex);
     PciSpace& Pci() {
         return PciFunctions;
+    }
+    // The hierarchies below the root complexes.
+    PcieFabric& Pcie() {
+        return *Hierarchies;
+    }
+    const PcieFabric& Pcie() const {
+        return *Hierarchies;
     }
     MmioSpace& Mmio() {
         return MmioRegisters;
@@ -137,10 +145,12 @@ class Machine {
     };
     void CheckAlignment(std::uint64_t Address, unsigned Width);
     bool DecodeEcam(std::uint64_t Address, unsigned Width, EcamTarget& Target) const;
+    RootComplexFunction* SmnPair(const EcamTarget& Target);
     std::uint64_t ReadPci(const EcamTarget& Target, unsigned Width);
     void WritePci(const EcamTarget& Target, unsigned Width, std::uint64_t Value);
     void BuildProcessors();
     void BuildFabricAndPci();
+    void BuildBusRanges();
     void BuildMmio();
     void NoteWrite(std::string_view Space, std::uint64_t Address, unsigned Width, std::uint64_t Value);
 
@@ -150,9 +160,11 @@ class Machine {
     std::vector<Processor> Processors;
     std::vector<RootComplex> Complexes;
     std::vector<RootComplexFunction*> ComplexFunctions;
+    std::vector<std::unique_ptr<PciFunction>> HiddenComplexFunctions;
     PciSpace PciFunctions;
     MmioSpace MmioRegisters;
     FabricRegisters FabricRegisterFile;
+    std::unique_ptr<PcieFabric> Hierarchies;
     std::unique_ptr<MemorySystem> Memory;
     std::uint64_t Time = 0;
     unsigned Running = 0;

@@ -4,10 +4,13 @@
 #include <bit>
 #include <stdexcept>
 
+#include "Include/FabricRegisters.h"
 #include "Include/PciDeviceState.h"
 #include "Platform/Constants.h"
+#include "Platform/Protocol/SiliconServices.h"
 #include "Simulator/Machine/Machine.h"
 #include "Simulator/Machine/MachineLayout.h"
+#include "Simulator/Machine/PciDump.h"
 
 namespace Simulator {
 
@@ -35,10 +38,10 @@ void Machine::BuildProcessors() {
     Require(Config.CoresPerSocket >= 1 && Config.CoresPerSocket <= 128, "cores per socket: 1 to 128");
     Require(Config.ThreadsPerCore == 1 || Config.ThreadsPerCore == 2, "threads per core: 1 or 2");
     Require(Config.BanksPerProcessor >= 1 && Config.BanksPerProcessor <= 64, "banks per processor: 1 to 64");
-    Require(Config.PciSegments == 1 || Config.PciSegments == 2, "PCI segments: 1 or 2");
+    Require(Config.PciSegments == 1 || Config.PciSegments == 2 || Config.PciSegments == 4, "PCI segments: 1, 2 or 4");
     const unsigned ThreadBits = static_cast<unsigned>(std::bit_width(Config.ThreadsPerCore - 1));
     const unsigned CoreBits = static_cast<unsigned>(std::bit_width(Config.CoresPerSocket - 1));
-    const std::uint64_t BusRange = Config.PciSegments == 2 ? 9 : 8;
+    const std::uint64_t BusRange = 8 + static_cast<unsigned>(std::bit_width(Config.PciSegments - 1));
     const std::uint64_t MmioCfgBase =
         ECAM_BASE | MmioCfgBaseAddr::BusRange::Of(BusRange) | MmioCfgBaseAddr::Enable::Of(1);
     for (unsigned Socket = 0; Socket < Config.Sockets; Socket++) {
@@ -61,12 +64,31 @@ void Machine::BuildProcessors() {
 
 void Machine::BuildFabricAndPci() {
     Complexes = LayOutRootComplexes(Config);
+    BuildBusRanges();
+    Hierarchies = std::make_unique<PcieFabric>(Config.Pcie, Complexes, PciFunctions);
+    Hierarchies->OsInterrupt = [this](const PcieFunction& Port, std::string_view What) {
+        Note("pcie-interrupt", [&] {
+            return nlohmann::ordered_json{{"port", PciAddressText(Port.Where())}, {"source", What}};
+        });
+    };
     for (const RootComplex& One : Complexes) {
         const PciAddress Where{One.Segment, One.BusBase, 0, 0};
-        auto& Function =
-            static_cast<RootComplexFunction&>(PciFunctions.Add(Where, std::make_unique<RootComplexFunction>()));
+        auto Made = std::make_unique<RootComplexFunction>();
+        RootComplexFunction& Function = *Made;
+        // A port of another machine may stand in the root complex's place; its registers can still be reached there.
+        const PcieFunction* Instead = One.BusBase == 0 && One.Segment == 0 ? nullptr : Hierarchies->Find(Where);
+        if (Instead != nullptr && Instead->IsPcie()) {
+            HiddenComplexFunctions.push_back(std::move(Made));
+        } else {
+            PciFunctions.Add(Where, std::move(Made));
+        }
         // The PSP's MMIO base, with its enable bit, is seen through every hub of its socket.
         Function.Smn.Map(SMN_PSP_BASE_ADDR_LO, static_cast<std::uint32_t>(PspMmioBase(One.Socket)) | 1);
+        for (std::size_t Index = 0; Index < Complexes.size(); Index++) {
+            if (Complexes[Index].Socket == One.Socket) {
+                Hierarchies->Hub(Index).MapInto(Function.Smn);
+            }
+        }
         ComplexFunctions.push_back(&Function);
         if (One.Index < 2) {
             FabricRegisterFile.Set(One.Socket, 0, IO_LINK_BUS_OFFSET, FIRST_IO_LINK_INSTANCE + One.Index,
@@ -81,6 +103,22 @@ void Machine::BuildFabricAndPci() {
             Function->Poke(0, 4, (FABRIC_DEVICE_ID + Number) << 16 | PROCESSOR_PCI_VENDOR_ID);
             PciFunctions.Add({0, 0, FABRIC_DEVICE + Socket, Number}, std::move(Function));
         }
+    }
+}
+
+// Every root complex decodes its buses, as the fabric's registers tell it.
+void Machine::BuildBusRanges() {
+    for (const RootComplex& One : Complexes) {
+        const unsigned Range = One.Socket * 8 + One.Index;
+        FabricRegisterFile.Set(0, FABRIC_BUS_RANGE_FUNCTION, static_cast<unsigned>(FabricBusRangeBaseRegister(Range)),
+                               FABRIC_INSTANCE_BROADCAST,
+                               FabricBusRangeBase::FirstBus::Of(One.BusBase) |
+                                   FabricBusRangeBase::Segment::Of(One.Segment) | FabricBusRangeBase::Enable::Of(1));
+        FabricRegisterFile.Set(0, FABRIC_BUS_RANGE_FUNCTION,
+                               static_cast<unsigned>(FabricBusRangeLimitRegister(Range)), FABRIC_INSTANCE_BROADCAST,
+                               FabricBusRangeLimit::LastBus::Of(One.LastBus) |
+                                   FabricBusRangeLimit::DestinationSocket::Of(One.Socket) |
+                                   FabricBusRangeLimit::DestinationFabricId::Of(FIRST_FABRIC_ID + One.Index));
     }
 }
 
@@ -105,10 +143,26 @@ bool Machine::DecodeEcam(std::uint64_t Address, unsigned Width, EcamTarget& Targ
     return true;
 }
 
-std::uint64_t Machine::ReadPci(const EcamTarget& Target, unsigned Width) {
+// The function whose index/data pair the access is for; nullptr for any other access.
+RootComplexFunction* Machine::SmnPair(const EcamTarget& Target) {
+    const bool IsPair = Target.Register == SMN_INDEX_REGISTER || Target.Register == SMN_DATA_REGISTER;
+    if (!IsPair || Target.Where.Device != 0 || Target.Where.Function != 0) {
+        return nullptr;
+    }
     PciFunction* Function = PciFunctions.Find(Target.Where);
-    const std::uint64_t Nobody = UINT64_MAX >> (64 - Width);
-    auto* Complex = dynamic_cast<RootComplexFunction*>(Function);
+    if (Function != nullptr && Function->AsRootComplex() != nullptr) {
+        return Function->AsRootComplex();
+    }
+    for (std::size_t Index = 0; !HiddenComplexFunctions.empty() && Index < Complexes.size(); Index++) {
+        if (Complexes[Index].Segment == Target.Where.Segment && Complexes[Index].BusBase == Target.Where.Bus) {
+            return ComplexFunctions[Index];
+        }
+    }
+    return nullptr;
+}
+
+std::uint64_t Machine::ReadPci(const EcamTarget& Target, unsigned Width) {
+    RootComplexFunction* Complex = SmnPair(Target);
     if (Complex != nullptr && Target.Register == SMN_DATA_REGISTER) {
         Accesses.SmnReads++;
         const std::uint32_t Address = Complex->Peek(SMN_INDEX_REGISTER, 4);
@@ -119,20 +173,19 @@ std::uint64_t Machine::ReadPci(const EcamTarget& Target, unsigned Width) {
             fmt::format("the driver reads SMN address 0x{:08X} through segment {} bus 0x{:02X}: nothing is "
                         "mapped there",
                         Address, Target.Where.Segment, Target.Where.Bus));
-        return Nobody;
+        return UINT64_MAX >> (64 - Width);
     }
     Accesses.PciReads++;
-    return Function == nullptr ? Nobody : Function->Read(Target.Register, Width / 8);
+    return PciFunctions.Read(Target.Where, Target.Register, Width / 8);
 }
 
 void Machine::WritePci(const EcamTarget& Target, unsigned Width, std::uint64_t Value) {
-    PciFunction* Function = PciFunctions.Find(Target.Where);
-    auto* Complex = dynamic_cast<RootComplexFunction*>(Function);
+    RootComplexFunction* Complex = SmnPair(Target);
     if (Complex != nullptr && Target.Register == SMN_INDEX_REGISTER) {
         Complex->Write(Target.Register, Width / 8, static_cast<std::uint32_t>(Value));
         return;
     }
-    if (Complex != nullptr && Target.Register == SMN_DATA_REGISTER) {
+    if (Complex != nullptr) {
         Accesses.SmnWrites++;
         const std::uint32_t Address = Complex->Peek(SMN_INDEX_REGISTER, 4);
         Note("write", [&] {
@@ -157,9 +210,7 @@ void Machine::WritePci(const EcamTarget& Target, unsigned Width, std::uint64_t V
                   PackedPciAddress::Function::Of(Target.Where.Function) |
                   PackedPciAddress::Register::Of(Target.Register),
               Width, Value);
-    if (Function != nullptr) {
-        Function->Write(Target.Register, Width / 8, static_cast<std::uint32_t>(Value));
-    }
+    PciFunctions.Write(Target.Where, Target.Register, Width / 8, static_cast<std::uint32_t>(Value));
 }
 
 void Machine::CheckAlignment(std::uint64_t Address, unsigned Width) {
@@ -178,6 +229,9 @@ std::uint64_t Machine::ReadMmio(std::uint64_t Address, unsigned Width) {
     if (const auto Value = MmioRegisters.Read(Address, Width / 8)) {
         return *Value;
     }
+    if (const auto Value = Hierarchies->ReadMemory(Address, Width / 8)) {
+        return *Value;
+    }
     ReportFault(fmt::format("the driver reads {} bits at 0x{:X}: nothing is mapped there", Width, Address));
     return UINT64_MAX >> (64 - Width);
 }
@@ -191,7 +245,7 @@ void Machine::WriteMmio(std::uint64_t Address, unsigned Width, std::uint64_t Val
     }
     Accesses.MmioWrites++;
     NoteWrite("mmio", Address, Width, Value);
-    if (!MmioRegisters.Write(Address, Width / 8, Value)) {
+    if (!MmioRegisters.Write(Address, Width / 8, Value) && !Hierarchies->WriteMemory(Address, Width / 8, Value)) {
         ReportFault(fmt::format("the driver writes {} bits at 0x{:X}: nothing is mapped there", Width, Address));
     }
 }

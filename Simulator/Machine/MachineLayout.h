@@ -18,8 +18,9 @@ constexpr std::uint64_t PspMmioBase(unsigned Socket) {
 }
 
 // Fabric ID of the IO stop behind which the root complex lies.
+inline constexpr unsigned FIRST_FABRIC_ID = 0x20;
 constexpr unsigned FabricIdOf(const RootComplex& Complex) {
-    return 0x20 + Complex.Socket * 0x20 + Complex.Index;
+    return FIRST_FABRIC_ID + Complex.Socket * 0x20 + Complex.Index;
 }
 
 }  // namespace Simulator

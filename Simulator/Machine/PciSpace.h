@@ -22,9 +22,16 @@ struct PciAddress {
 };
 
 // Configuration space of 4096 bytes. Bits are read-only but where a mask makes them writable or cleared by a one.
+class RootComplexFunction;
+
 class PciFunction {
  public:
     virtual ~PciFunction() = default;
+
+    // The function itself where it is a root complex's, else nullptr.
+    virtual RootComplexFunction* AsRootComplex() {
+        return nullptr;
+    }
 
     // Width in bytes; Offset is a multiple of it.
     virtual std::uint32_t Read(unsigned Offset, unsigned Width);
@@ -94,6 +101,10 @@ class SmnSpace {
 class RootComplexFunction : public PciFunction {
  public:
     RootComplexFunction();
+
+    RootComplexFunction* AsRootComplex() override {
+        return this;
+    }
 
     SmnSpace Smn;
 };

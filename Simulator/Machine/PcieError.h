@@ -9,7 +9,7 @@
 
 namespace Simulator {
 
-using TlpHeader = std::array<std::uint32_t, 4>;
+using TlpWords = std::array<std::uint32_t, 4>;
 
 struct PcieError {
     enum class Source {
@@ -22,7 +22,7 @@ struct PcieError {
     };
     Source From = Source::Uncorrectable;
     unsigned Bit = 0;
-    std::optional<TlpHeader> Header{};  // of the TLP that failed; made up for errors that log one
+    std::optional<TlpWords> Header{};  // of the TLP that failed; made up for errors that log one
     bool Advisory = false;  // the function is no ultimate destination, or will try again (section 6.2.3.2.4)
 };
 
@@ -35,10 +35,10 @@ struct PcieErrorName {
 std::span<const PcieErrorName> PcieErrorNames();
 
 // TLP headers (section 2.2).
-TlpHeader MemoryRequest(bool IsWrite, std::uint64_t Address, std::uint16_t Requester, unsigned Doublewords = 1);
-TlpHeader ConfigurationRequest(bool IsWrite, std::uint16_t Completer, unsigned Register);
-TlpHeader Message(std::uint8_t Code, std::uint16_t Requester, std::uint16_t VendorId, bool HasData);
+TlpWords MemoryRequest(bool IsWrite, std::uint64_t Address, std::uint16_t Requester, unsigned Doublewords = 1);
+TlpWords ConfigurationRequest(bool IsWrite, std::uint16_t Completer, unsigned Register);
+TlpWords Message(std::uint8_t Code, std::uint16_t Requester, std::uint16_t VendorId, bool HasData);
 // Whether a completion answers a request with this header.
-bool IsNonPosted(const TlpHeader& Header);
+bool IsNonPosted(const TlpWords& Header);
 
 }  // namespace Simulator

@@ -16,7 +16,7 @@
 
 namespace Simulator {
 
-class PcieFabric : private PciRouter, private PcieFunctionObserver {
+class PcieFabric : public PciRouter, public PcieFunctionObserver {
  public:
     // Hubs: one for each root complex. Throws std::invalid_argument for a description that cannot be built.
     PcieFabric(const PcieSettings& Settings, const std::vector<RootComplex>& Complexes, PciSpace& Space);
@@ -43,12 +43,13 @@ class PcieFabric : private PciRouter, private PcieFunctionObserver {
     // Every function, bridges before what lies below them.
     void ForEach(const std::function<void(PcieFunction&)>& Do);
     // The slot that the function is plugged into, if any.
-    const SlotSetting* SlotOf(const PcieFunction& Function) const;
+    const PcieSlotSetting* SlotOf(const PcieFunction& Function) const;
 
     // An error happens at a function.
     void Inject(PcieFunction& Where, const PcieError& Error);
     // The platform's boot firmware lets errors be reported. IsFirmwareFirst: they reach the firmware, too.
     void EnableReporting(bool IsFirmwareFirst);
+    void EnableReporting(PcieFunction& Function, bool IsFirmwareFirst) const;
     // Some root complex asks for an SMI.
     bool HasSmiPending() const;
 
@@ -71,7 +72,11 @@ class PcieFabric : private PciRouter, private PcieFunctionObserver {
         ReadsUntilDeath = Number;
     }
 
-    // Registers behind base address registers: nothing, or false, where no function decodes the address now.
+    // Registers appear behind a base address register of the function while it decodes memory and can be reached.
+    // Size: bytes that the register decodes. The device must outlive the fabric's use.
+    void MapBar(PcieFunction& Function, unsigned Index, std::uint64_t Size, MmioDevice& Device);
+    // Accesses there: nothing, or false, where no base address register is or its function has no such register; a
+    // function that does not answer reads all ones.
     std::optional<std::uint64_t> ReadMemory(std::uint64_t Address, unsigned Width);
     bool WriteMemory(std::uint64_t Address, unsigned Width, std::uint64_t Value);
 
@@ -94,18 +99,25 @@ class PcieFabric : private PciRouter, private PcieFunctionObserver {
     void Route() override;
     void NobodyAnswers(PciFunction& Claimed, const PciAddress& Where, unsigned Register, bool IsWrite) override;
     void RoutesChanged() override;
-    void Written(PcieFunction& Function, unsigned Offset, unsigned Width, std::uint32_t Value,
-                 std::uint32_t Before) override;
+    void Written(PcieFunction& Function, unsigned Offset, unsigned Width, std::uint32_t Value) override;
+    void ContainmentWritten(PcieFunction& Port, bool TouchesStatus, std::uint32_t Control);
     void RouteBelow(PcieFunction& Bridge, unsigned First, unsigned Last);
+    struct MappedRegister {
+        bool IsRouted = false;         // a function's base address register covers it
+        MmioDevice* Device = nullptr;  // nullptr where that function does not answer
+        std::uint64_t Offset = 0;
+    };
+    MappedRegister FindRegister(std::uint64_t Address, unsigned Width);
 
     // Errors.
     void ReportCorrectable(PcieFunction& At, const PcieError& Error);
     void ReportUncorrectable(PcieFunction& At, const PcieError& Error);
-    void ReportAdvisory(PcieFunction& At, const PcieError& Error, const TlpHeader* Header);
+    void ReportAdvisory(PcieFunction& At, const PcieError& Error, const TlpWords* Header);
     void ReportSecondary(PcieFunction& At, const PcieError& Error);
     void ReportRpPio(PcieFunction& At, const PcieError& Error);
     void ReportPciStatus(PcieFunction& At, const PcieError& Error);
-    void Record(PcieFunction& At, unsigned Bit, const TlpHeader* Header);
+    void AssertSystemError(PcieFunction& From);
+    bool LogUncorrectable(PcieFunction& At, unsigned Bit, const TlpWords* Header);
     bool Enables(PcieFunction& At, Severity What) const;
     void Send(PcieFunction& From, Severity What, bool ForFirmware = false);
     void Travel(PcieFunction& From, Packet Message);
@@ -116,7 +128,7 @@ class PcieFabric : private PciRouter, private PcieFunctionObserver {
     // Containment.
     bool CanTrigger(const PcieFunction& Port, Severity What) const;
     void Trigger(PcieFunction& Port, unsigned Reason, unsigned Extension, std::uint16_t Source);
-    void Contain(PcieFunction& Port);
+    void SignalContainment(PcieFunction& Port, unsigned Control);
 
     // Links and slots.
     void UpdateLink(PcieFunction& Port, bool IsSurprise = false);
@@ -132,11 +144,10 @@ class PcieFabric : private PciRouter, private PcieFunctionObserver {
     std::vector<std::unique_ptr<IoHub>> Hubs;
     std::vector<std::vector<std::unique_ptr<PcieFunction>>> RootBuses;  // by root complex
     std::vector<RootPort> Ports;
-    std::vector<std::pair<const PcieFunction*, SlotSetting>> Slots;
+    std::vector<std::pair<const PcieFunction*, PcieSlotSetting>> Slots;
     std::vector<PcieFunction*> WithRegisters;  // that have mapped base address registers
     std::vector<PcieFunction*> Training;
     std::uint64_t Now = 0;
-    std::uint64_t ReadsUntilDeath = 0;
     bool SoftwareRestores = true;
 };
 

@@ -4,11 +4,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Include/PciRegisters.h"
+#include "Simulator/Machine/MmioSpace.h"
 #include "Simulator/Machine/PciSpace.h"
 
 namespace Simulator {
@@ -16,24 +18,17 @@ namespace Simulator {
 class IoHub;
 class PcieFunction;
 
-// Registers behind a base address register.
-class BarDevice {
- public:
-    virtual ~BarDevice() = default;
-    // Offset: bytes from the base address. Width in bytes. Nothing, or false, where no register is.
-    virtual std::optional<std::uint64_t> Read(std::uint64_t Offset, unsigned Width) = 0;
-    virtual bool Write(std::uint64_t Offset, unsigned Width, std::uint64_t Value) = 0;
-};
-
 // What a write to a function's registers can set off.
 class PcieFunctionObserver {
  public:
     virtual ~PcieFunctionObserver() = default;
     // Which buses are decoded, or who can be reached, may have changed.
     virtual void RoutesChanged() = 0;
-    // The register at Offset (of the function, bytes) held Before; software has written Value.
-    virtual void Written(PcieFunction& Function, unsigned Offset, unsigned Width, std::uint32_t Value,
-                         std::uint32_t Before) = 0;
+    // Software has written Value at Offset of the function; Width in bytes.
+    virtual void Written(PcieFunction& Function, unsigned Offset, unsigned Width, std::uint32_t Value) = 0;
+
+    // Counts configuration reads down: the function that is read when it reaches 0 dies. 0: none does.
+    std::uint64_t ReadsUntilDeath = 0;
 };
 
 class PcieFunction : public PciFunction {
@@ -131,6 +126,7 @@ class PcieFunction : public PciFunction {
     unsigned RootBus = 0;  // of the root complex
     unsigned Device = 0;
     unsigned Function = 0;
+    bool IsSetUpByFirmware = true;  // boot firmware enables its error reporting
 
     // ---- What becomes of it
 
@@ -161,10 +157,9 @@ class PcieFunction : public PciFunction {
     struct MappedBar {
         unsigned Index = 0;
         std::uint64_t Size = 0;
-        BarDevice* Device = nullptr;
+        MmioDevice* Device = nullptr;
     };
-    // The device must outlive the function.
-    void MapBar(unsigned Index, std::uint64_t Size, BarDevice& Device) {
+    void MapBar(unsigned Index, std::uint64_t Size, MmioDevice& Device) {
         Mapped.push_back({Index, Size, &Device});
     }
     const std::vector<MappedBar>& MappedBars() const {
@@ -185,6 +180,8 @@ class PcieFunction : public PciFunction {
     std::vector<std::pair<unsigned, unsigned>> Sticky;
     std::vector<std::uint8_t> AtReset;
     std::vector<MappedBar> Mapped;
+    unsigned LastCapability = 0, NextCapability = PciCapabilityHeader::LowestPointer;
+    unsigned LastExtended = 0, NextExtended = PcieExtendedCapabilityHeader::FirstOffset;
     std::uint64_t ReadsLeft = 0;
     bool IsDying = false;
 };

@@ -32,7 +32,7 @@ struct BarSetting {
     bool IsIo = false;
 };
 
-struct SlotSetting {
+struct PcieSlotSetting {
     unsigned Number = 0;  // physical slot number
     bool HotPlugCapable = true;
     bool HotPlugSurprise = false;
@@ -85,7 +85,7 @@ struct PcieFunctionSetting {
     unsigned MaxPayload = 1;          // 128 bytes shifted left by it
     std::optional<std::uint64_t> SerialNumber;
     std::optional<unsigned> NvmeSwitchMode;  // the platform's NVMe switch, in that operating mode: 0 BSW, 1 iSSW
-    std::optional<SlotSetting> Slot;         // ports
+    std::optional<PcieSlotSetting> Slot;     // ports
     std::optional<DpcSetting> Dpc;           // ports
     std::optional<CxlSetting> Cxl;           // runs CXL
     std::vector<BarSetting> Bars;

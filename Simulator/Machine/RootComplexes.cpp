@@ -1,8 +1,44 @@
 #include "Simulator/Machine/RootComplexes.h"
 
+#include <algorithm>
+#include <bit>
 #include <stdexcept>
 
+#include "Simulator/Machine/PciDump.h"
+
 namespace Simulator {
+
+namespace {
+
+constexpr unsigned LAST_BUS = 255;
+
+// The nearest root complex moves to each bus; the first one stays where the firmware looks for it.
+void MoveTo(const std::vector<std::pair<unsigned, unsigned>>& Buses, std::vector<RootComplex>& All) {
+    std::vector<bool> IsTaken(All.size());
+    IsTaken[0] = true;
+    for (const auto& [Segment, Bus] : Buses) {
+        const auto Stands = [&](const RootComplex& One) { return One.Segment == Segment && One.BusBase == Bus; };
+        if (const auto Found = std::ranges::find_if(All, Stands); Found != All.end()) {
+            IsTaken[static_cast<std::size_t>(Found - All.begin())] = true;
+            continue;
+        }
+        std::size_t Best = All.size();
+        for (std::size_t Index = 0; Index < All.size(); Index++) {
+            const bool IsNear = All[Index].Segment == Segment && All[Index].BusBase <= Bus;
+            if (!IsTaken[Index] && (Best == All.size() || IsNear)) {
+                Best = Index;
+            }
+        }
+        if (Best == All.size()) {
+            throw std::invalid_argument("the dump shows more root complexes than the machine has");
+        }
+        IsTaken[Best] = true;
+        All[Best].Segment = Segment;
+        All[Best].BusBase = Bus;
+    }
+}
+
+}  // namespace
 
 std::vector<RootComplex> LayOutRootComplexes(const Configuration& Settings) {
     constexpr unsigned IOHCS_PER_NBIO = 4;
@@ -25,7 +61,28 @@ std::vector<RootComplex> LayOutRootComplexes(const Configuration& Settings) {
             All.push_back(One);
         }
     }
+    if (Settings.Pcie.Dump) {
+        MoveTo(RootBusesOf(ReadPciDump(Settings.Pcie.Dump->Text)), All);
+    }
+    for (RootComplex& One : All) {
+        One.LastBus = LAST_BUS;
+        for (const RootComplex& Other : All) {
+            if (Other.Segment == One.Segment && Other.BusBase > One.BusBase) {
+                One.LastBus = std::min(One.LastBus, Other.BusBase - 1);
+            }
+        }
+    }
     return All;
+}
+
+unsigned PciSegmentCount(const Configuration& Settings) {
+    unsigned Count = Settings.PciSegments;
+    if (Settings.Pcie.Dump) {
+        for (const DumpedFunction& One : ReadPciDump(Settings.Pcie.Dump->Text)) {
+            Count = std::max(Count, std::bit_ceil(One.Where.Segment + 1));
+        }
+    }
+    return Count;
 }
 
 }  // namespace Simulator

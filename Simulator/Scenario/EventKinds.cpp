@@ -23,6 +23,7 @@ constexpr Fields PageRetireFields[] = {"address", "threshold", "fru"};
 constexpr Fields SciFields[] = {"cause"};
 constexpr Fields MceFields[] = {"processor"};
 constexpr Fields LvtFields[] = {"processor", "source"};
+constexpr Fields PcieInterruptFields[] = {"port", "source"};
 // Rows have their address parts, results their bytes.
 constexpr Fields PprFields[] = {"phase", "type", "status"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
@@ -48,6 +49,7 @@ constexpr EventKind Kinds[] = {
     {"nmi", {}},
     {"mce", MceFields},
     {"lvt", LvtFields},
+    {"pcie-interrupt", PcieInterruptFields},
     {"ppr", PprFields, true},
     {"runtime-ppr", PprFields, true},
     {"post-errors", PostErrorsFields},

@@ -3,6 +3,7 @@
 #include "Simulator/Firmware/PlatformData.h"
 #include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/MemoryReader.h"
+#include "Simulator/Scenario/PcieReader.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -67,7 +68,8 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
     {"memory", ReadDram},
     {"oem-ras-instances", ReadSize<&Configuration::OemRasInstances, 0, 4>},
     {"root-complexes", ReadSize<&Configuration::RootComplexesPerSocket, 1, 8>},
-    {"pci-segments", ReadSize<&Configuration::PciSegments, 1, 2>},
+    {"pci-segments", ReadSize<&Configuration::PciSegments, 1, 4>},
+    {"pcie", ReadPcie},
     {"clock", ReadClock},
     {"apei",
      [](const YamlValue& V, Configuration& C) {

@@ -4,6 +4,7 @@
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/MemoryReader.h"
+#include "Simulator/Scenario/PcieReader.h"
 #include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
@@ -120,12 +121,39 @@ void ReadMachineCheck(const YamlValue& Value, const Configuration& Machine, Step
 
 // smi, wait
 
+struct SmiDraft {
+    std::string Kind;
+    std::optional<bool> Pending;
+    bool Spurious = false;
+};
+
+constexpr YamlKey<SmiDraft> SmiKeys[] = {
+    {"kind", [](const YamlValue& V, SmiDraft& D) { D.Kind = V.Text(); }, true},
+    {"pending", [](const YamlValue& V, SmiDraft& D) { D.Pending = V.Bool(); }},
+    {"spurious", [](const YamlValue& V, SmiDraft& D) { D.Spurious = V.Bool(); }},
+};
+
+// Root complexes ask for their SMI themselves: without one that does there is none.
+std::optional<std::string> DoSmi(const SmiDraft& Draft, Simulation& Run) {
+    const bool AsksItself = Draft.Kind == "root-complex";
+    const bool IsPending = !AsksItself || Run.IsRootComplexSmiPending();
+    if (IsPending || Draft.Spurious) {
+        Run.RaiseSmi(Draft.Kind);
+    }
+    return Draft.Pending && *Draft.Pending != IsPending
+               ? std::optional<std::string>(IsPending ? "a source is pending" : "no source is pending")
+               : std::nullopt;
+}
+
 void ReadSmi(const YamlValue& Value, const Configuration&, Step& Into) {
-    Into.Summary = Value.Text();
-    Into.Do = [Kind = Value.Text()](Simulation& Run) {
-        Run.RaiseSmi(Kind);
-        return std::optional<std::string>();
-    };
+    SmiDraft Draft;
+    if (Value.IsMap()) {
+        ReadKeys<SmiDraft>(Value, SmiKeys, Draft);
+    } else {
+        Draft.Kind = Value.Text();
+    }
+    Into.Summary = Draft.Kind;
+    Into.Do = [Draft](Simulation& Run) { return DoSmi(Draft, Run); };
 }
 
 void ReadWait(const YamlValue& Value, const Configuration&, Step& Into) {
@@ -282,6 +310,12 @@ constexpr StepKind StepKinds[] = {
     {"smbios", ReadSmbios},
     {"psp-finish", ReadPspFinish},
     {"reboot", ReadReboot},
+    {"pcie-error", ReadPcieError},
+    {"pcie-config", ReadPcieConfig},
+    {"pcie-slot", ReadPcieSlot},
+    {"pcie-link", ReadPcieLink},
+    {"pcie-death", ReadPcieDeath},
+    {"smn", ReadSmn},
     {"smi", ReadSmi},
     {"wait", ReadWait},
     {"os-read-msr", ReadOsReadMsr},

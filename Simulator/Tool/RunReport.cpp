@@ -93,6 +93,17 @@ std::string Told(const Json& Item) {
     return Item.is_object() ? Item.value("meaning", Item.value("value", "")) : Item.get<std::string>();
 }
 
+// Ports of a root complex that have errors, and what else it asks for.
+std::string PortsText(std::uint64_t Ports, std::uint64_t Status) {
+    std::string Text;
+    for (unsigned Port = 0; Port < 64; Port++) {
+        if ((Ports >> Port & 1) != 0) {
+            Text += fmt::format("{}port {}", Text.empty() ? "" : ", ", Port);
+        }
+    }
+    return Text + (Status == 0 ? "" : Text.empty() ? "CXL event" : ", CXL event");
+}
+
 // Local SMI status of a processor, in words.
 std::string SourceText(std::uint64_t Status) {
     constexpr struct {
@@ -143,10 +154,15 @@ class Narrator {
             const auto Number = [&](const char* Name) {
                 return ParseNumber(Sources[Index].value(Name, "")).value_or(0);
             };
-            Into.Row("source", fmt::format("processor {}", Number("processor")), SourceText(Number("status")));
+            if (Sources[Index].contains("root-complex")) {
+                Into.Row("source", fmt::format("root complex {}", Number("root-complex")),
+                         PortsText(Number("ports"), Number("status")));
+            } else {
+                Into.Row("source", fmt::format("processor {}", Number("processor")), SourceText(Number("status")));
+            }
         }
         if (Sources.size() > Shown) {
-            Into.Row("source", "", fmt::format("and {} more processors", Sources.size() - Shown));
+            Into.Row("source", "", fmt::format("and {} more", Sources.size() - Shown));
         } else if (Sources.empty()) {
             Into.Row("source", "none", "nothing is pending");
         }
