@@ -1,8 +1,7 @@
 #include "Library/VornElogPolicyLib/Pcie/AddressDecode.h"
 
 #include "Library/RasLib/MemoryBar.h"
-#include "Library/RasLib/Trace.h"
-#include "Library/VornElogBaseLib/PciConfiguration.h"
+#include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
 
 namespace {
 
@@ -60,8 +59,11 @@ bool DoesWindowDecode(UINT32 BaseAndLimit, UINT32 BaseUpper, UINT32 LimitUpper, 
 }  // namespace
 
 TLP_HEADER_FMT_TYPE VornElogGetTlpHeaderFmtType(const PCI_DEVICE_STATE* pPciDeviceState, const UINT32* pHeaderLog) {
-    if (pPciDeviceState == nullptr || pHeaderLog == nullptr) {
-        Trace(DEBUG_ERROR, "%a: ERROR One or more input parameters are NULL, aborting...\n");
+    if (!IsDeviceStateGiven(pPciDeviceState)) {
+        return TlpOther;
+    }
+    if (pHeaderLog == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR pHeaderLog == NULL, aborting...\n");
         return TlpOther;
     }
     const MEMORY_REQUEST* const pRequest = FindMemoryRequest(pHeaderLog);

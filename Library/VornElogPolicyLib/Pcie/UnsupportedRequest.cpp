@@ -29,9 +29,9 @@ void StopReportingUnsupportedRequests(const PCI_DEVICE_STATE& State) {
     }
 }
 
-// Whether a drive of the switch that owned the address was pulled out: one that has a downstream port of the switch,
-// with the address in its window, to itself.
-bool IsDriveRemoved(const PCI_DEVICE_STATE& UpstreamPort, const UINT32* pHeaderLog) {
+// Whether a drive was pulled out of the switch that owned the address: it had a downstream port of the switch, with
+// the address in its window, to itself.
+bool IsDriveRemoved(const PCI_DEVICE_STATE& UpstreamPort, const UINT32* pHeaderLog, const CHAR8* Caller) {
     const UINT8 Seg = SbdfOf(UpstreamPort.PciAddress).Seg;
     const UINT8 Bus = UpstreamPort.PciHeader[PCI_SECONDARY_BUS_NUMBER];
     for (UINT8 Dev = 0; Dev < PCI_DEVICES_PER_BUS; Dev++) {
@@ -44,6 +44,9 @@ bool IsDriveRemoved(const PCI_DEVICE_STATE& UpstreamPort, const UINT32* pHeaderL
             VornCheckNvmePcieSwitchDownstreamPort(Seg, Bus, Dev, Func, &IsSwitchPort, &Mode);
             if (IsSwitchPort != FALSE && VornElogSmmCheckMemAccessForPcieDev(Seg, Bus, Dev, Func, pHeaderLog) &&
                 VornElogSmmCheckPcieHotRemovalRegisterBased(Seg, Bus, Dev, Func)) {
+                TraceAs(Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
+                        "%a: SBDF %04X:%02X:%02X.%1X PCIe SSD Surprise Removal detected, ignore error\n", Seg, Bus,
+                        Dev, Func);
                 return true;
             }
         }
@@ -63,13 +66,7 @@ bool IsDecodedWriteError(const PCI_DEVICE_STATE& State, const UINT32* pHeaderLog
                 "%a: ERROR %r from VornCheckNvmePcieSwitchUpstreamPort SBDF %04X:%02X:%02X.%1X\n", Status, At.Seg,
                 At.Bus, At.Dev, At.Func);
     }
-    if (IsNvmeSwitch == FALSE || Mode != NVME_SWITCH_MODE_ISSW || !IsDriveRemoved(State, pHeaderLog)) {
-        return true;
-    }
-    TraceAs(Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
-            "%a: SBDF %04X:%02X:%02X.%1X PCIe SSD Surprise Removal detected, ignore error\n", At.Seg, At.Bus, At.Dev,
-            At.Func);
-    return false;
+    return IsNvmeSwitch == FALSE || Mode != NVME_SWITCH_MODE_ISSW || !IsDriveRemoved(State, pHeaderLog, Caller);
 }
 
 // Tells which function of the device the write was for, when that function sleeps.

@@ -3,6 +3,17 @@
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
+static bool HasAer(const PCI_DEVICE_STATE& State, const CHAR8* Caller) {
+    if (State.AerOffset != 0) {
+        return true;
+    }
+    const PCI_SBDF At = SbdfOf(State.PciAddress);
+    TraceAs(Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
+            "%a: SBDF %04X:%02X:%02X.%1X PCIe extended capability (AER) structure not supported, exiting...\n",
+            At.Seg, At.Bus, At.Dev, At.Func);
+    return false;
+}
+
 EFI_STATUS VornElogSmmIsPcieVdmType1DmtfMessage(const PCI_DEVICE_STATE* pPciDeviceState, const UINT32* pHeaderLog,
                                                 BOOLEAN* pIsVdm) {
     if (!IsDeviceStateGiven(pPciDeviceState)) {
@@ -42,11 +53,7 @@ EFI_STATUS VornElogSmmCheckPcieVdmType1DmtfMsg(const PCI_DEVICE_STATE* pPciDevic
               "aborting...\n");
         return EFI_INVALID_PARAMETER;
     }
-    if (pRootPort->AerOffset == 0 || pPciDeviceState->AerOffset == 0) {
-        const PCI_SBDF At = SbdfOf((pRootPort->AerOffset == 0 ? pRootPort : pPciDeviceState)->PciAddress);
-        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
-              "%a: SBDF %04X:%02X:%02X.%1X PCIe extended capability (AER) structure not supported, exiting...\n",
-              At.Seg, At.Bus, At.Dev, At.Func);
+    if (!HasAer(*pRootPort, __func__)) {
         return EFI_UNSUPPORTED;
     }
     const UINT32 RootErrorStatus =
@@ -57,6 +64,9 @@ EFI_STATUS VornElogSmmCheckPcieVdmType1DmtfMsg(const PCI_DEVICE_STATE* pPciDevic
               "%a: RP @ SBDF %04X:%02X:%02X.%1X received multiple uncorrectable errors, none is ignored\n", At.Seg,
               At.Bus, At.Dev, At.Func);
         return EFI_SUCCESS;
+    }
+    if (!HasAer(*pPciDeviceState, __func__)) {
+        return EFI_UNSUPPORTED;
     }
     UINT32 HeaderLog[TLP_HEADER_LOG_DWORDS];
     CopyHeaderLog(HeaderLog, pPciDeviceState->AerCapability + AER_HEADER_LOG);

@@ -233,7 +233,7 @@ TEST_F(UnsupportedRequest, AWriteToAPulledDriveOfTheNvmeSwitchIsIgnored) {
         }
         PCI_DEVICE_STATE State = Machine.Capture(PcieMachine::BUS, 0, 0, &Port);
         EXPECT_EQ(IsHandled(State), Case.Expected) << Case.Name;
-        EXPECT_EQ(Machine.TracedSince("SBDF 0000:0D:00.0 PCIe SSD Surprise Removal detected, ignore error\n"),
+        EXPECT_EQ(Machine.TracedSince("SBDF 0000:0E:1F.0 PCIe SSD Surprise Removal detected, ignore error\n"),
                   !Case.Expected)
             << Case.Name;
     }
