@@ -49,6 +49,20 @@ bool Simulation::IsRootComplexSmiPending() const {
     return Everything->Hardware.Pcie().HasSmiPending();
 }
 
+std::uint32_t Simulation::EvaluateCxlOsc(std::uint32_t Support, std::uint32_t Control) {
+    Simulator::Firmware& Here = Everything->Platform;
+    CXL_POLICY_DATA& Shared = *Here.Data.Apei.CxlPolicyData;
+    Shared.OscDword4 = Support;
+    Shared.OscDword5 = Control;
+    Here.RunSmi("cxl-osc", [&] { return Here.Dispatch.Software(Shared.SwSmiValue); });
+    Everything->Hardware.Note("cxl-osc", [&] {
+        return nlohmann::ordered_json{
+            {"support", Hex(Support)}, {"requested", Hex(Control)}, {"granted", Hex(Shared.OscDword5)}};
+    });
+    Everything->Hardware.ThrowPendingFault();
+    return Shared.OscDword5;
+}
+
 void Simulation::Wait(std::uint64_t Microseconds) {
     Everything->Hardware.Advance(Microseconds);
 }

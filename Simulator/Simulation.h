@@ -59,6 +59,10 @@ class Simulation {
     // The PSP ends the repairs that it was given and raises its SMI, if it signals. The status of the SMI's handler;
     // EFI_NOT_STARTED when the PSP has nothing to do.
     EFI_STATUS FinishRuntimeRepair(const RepairOutcome& Outcome);
+    // The OS evaluates _OSC of a CXL host bridge: its ACPI code leaves the two doublewords in the CXL policy data and
+    // raises the CXL software SMI. The control doubleword that comes back. Without a handler for that SMI everything
+    // that the OS asks for is its own.
+    std::uint32_t EvaluateCxlOsc(std::uint32_t Support, std::uint32_t Control);
     // The OS reads or writes an MSR; a write to a trapped register enters SMM and comes back.
     std::uint64_t OsReadMsr(unsigned Processor, std::uint32_t Msr);
     void OsWriteMsr(unsigned Processor, std::uint32_t Msr, std::uint64_t Value);

@@ -62,6 +62,7 @@ PlatformData::PlatformData(const Configuration& Settings, const Machine& Hardwar
     BuildProcessorMap(Hardware);
     BuildBusMap(Hardware);
     BuildPortMap(Settings, Hardware);
+    ListRestrictedPorts(Hardware);
     BuildThresholdMap(Settings);
     BuildSlots(Settings);
     BuildMemoryMap();
@@ -158,6 +159,13 @@ void PlatformData::BuildPortMap(const Configuration& Settings, const Machine& Ha
     if (!Settings.Apei.contains("PciMapValid")) {
         Apei.PciMapValid = 1;
     }
+}
+
+void PlatformData::ListRestrictedPorts(const Machine& Hardware) {
+    const std::vector<CXL_RCRB_ENTRY> Listed = Hardware.Cxl().RegisterBlocks();
+    RestrictedPorts.assign(Listed.begin(), Listed.end());
+    CxlPolicy.RcrbEntries = RestrictedPorts.empty() ? nullptr : RestrictedPorts.data();
+    CxlPolicy.RcrbCount = static_cast<UINT32>(RestrictedPorts.size());
 }
 
 void PlatformData::BuildThresholdMap(const Configuration& Settings) {

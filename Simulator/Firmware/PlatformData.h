@@ -44,6 +44,7 @@ class PlatformData {
     void SetApeiFields(const Configuration& Settings);
     void BuildProcessorMap(const Machine& Hardware);
     void BuildBusMap(const Machine& Hardware);
+    void ListRestrictedPorts(const Machine& Hardware);
     void BuildPortMap(const Configuration& Settings, const Machine& Hardware);
     void BuildThresholdMap(const Configuration& Settings);
     void BuildSlots(const Configuration& Settings);
@@ -52,6 +53,7 @@ class PlatformData {
     CXL_POLICY_DATA& CxlPolicy;
     std::pmr::vector<CPU_MAP_ENTRY> ProcessorMap{&Arena};
     std::pmr::vector<UINT64> BusMap{&Arena};  // RB_BUS_MAP and its entries
+    std::pmr::vector<CXL_RCRB_ENTRY> RestrictedPorts{&Arena};
     std::pmr::vector<UINT8> PortMap{&Arena};  // KYR_PCIE_PORT_MAP and its entries
     std::pmr::vector<UINT8> RasAcpiData{&Arena};
     OEM_MCA_THRESHOLD_MAP_TABLE& ThresholdTable;

@@ -10,6 +10,7 @@
 #include "Simulator/Configuration.h"
 #include "Simulator/Journal/Journal.h"
 #include "Simulator/Machine/AccessStatistics.h"
+#include "Simulator/Machine/CxlFabric.h"
 #include "Simulator/Machine/FabricRegisters.h"
 #include "Simulator/Machine/Fault.h"
 #include "Simulator/Machine/MachineCheck.h"
@@ -64,6 +65,12 @@ class Machine {
     // The hierarchies below the root complexes.
     PcieFabric& Pcie() {
         return *Hierarchies;
+    }
+    CxlFabric& Cxl() {
+        return *CxlSides;
+    }
+    const CxlFabric& Cxl() const {
+        return *CxlSides;
     }
     const PcieFabric& Pcie() const {
         return *Hierarchies;
@@ -165,6 +172,7 @@ class Machine {
     MmioSpace MmioRegisters;
     FabricRegisters FabricRegisterFile;
     std::unique_ptr<PcieFabric> Hierarchies;
+    std::unique_ptr<CxlFabric> CxlSides;
     std::unique_ptr<MemorySystem> Memory;
     std::uint64_t Time = 0;
     unsigned Running = 0;

@@ -65,10 +65,17 @@ void Machine::BuildProcessors() {
 void Machine::BuildFabricAndPci() {
     Complexes = LayOutRootComplexes(Config);
     BuildBusRanges();
+    DescribeCxl(Config.Pcie);
     Hierarchies = std::make_unique<PcieFabric>(Config.Pcie, Complexes, PciFunctions);
     Hierarchies->OsInterrupt = [this](const PcieFunction& Port, std::string_view What) {
         Note("pcie-interrupt", [&] {
             return nlohmann::ordered_json{{"port", PciAddressText(Port.Where())}, {"source", What}};
+        });
+    };
+    CxlSides = std::make_unique<CxlFabric>(Config.Pcie, *Hierarchies, MmioRegisters, [this] { return Time; });
+    CxlSides->OsInterrupt = [this](const PcieFunction& Function, unsigned Log) {
+        Note("cxl-interrupt", [&] {
+            return nlohmann::ordered_json{{"function", PciAddressText(Function.Where())}, {"log", Hex(Log)}};
         });
     };
     for (const RootComplex& One : Complexes) {

@@ -24,6 +24,8 @@ constexpr Fields SciFields[] = {"cause"};
 constexpr Fields MceFields[] = {"processor"};
 constexpr Fields LvtFields[] = {"processor", "source"};
 constexpr Fields PcieInterruptFields[] = {"port", "source"};
+constexpr Fields CxlInterruptFields[] = {"function", "log"};
+constexpr Fields CxlOscFields[] = {"support", "requested", "granted"};
 // Rows have their address parts, results their bytes.
 constexpr Fields PprFields[] = {"phase", "type", "status"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
@@ -50,6 +52,8 @@ constexpr EventKind Kinds[] = {
     {"mce", MceFields},
     {"lvt", LvtFields},
     {"pcie-interrupt", PcieInterruptFields},
+    {"cxl-interrupt", CxlInterruptFields},
+    {"cxl-osc", CxlOscFields},
     {"ppr", PprFields, true},
     {"runtime-ppr", PprFields, true},
     {"post-errors", PostErrorsFields},

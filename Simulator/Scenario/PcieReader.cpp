@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "Simulator/Scenario/CxlReader.h"
+
 namespace Simulator {
 
 namespace {
@@ -175,6 +177,7 @@ constexpr YamlKey<Draft> FunctionKeys[] = {
                        Draft& D) { D.Function().NvmeSwitchMode = static_cast<unsigned>(V.OneOf(NvmeSwitchModes)); }},
     {"slot", [](const YamlValue& V, Draft& D) { ReadKeys<Slot>(V, SlotKeys, D.Function().Slot.emplace()); }},
     {"dpc", [](const YamlValue& V, Draft& D) { ReadKeys<Dpc>(V, DpcKeys, D.Function().Dpc.emplace()); }},
+    {"cxl", [](const YamlValue& V, Draft& D) { D.Function().Cxl = ReadCxl(V); }},
     {"bars", [](const YamlValue& V, Draft& D) { ReadItems(V, BarKeys, D.Function().Bars); }},
     {"capabilities", [](const YamlValue& V, Draft& D) { ReadItems(V, CapabilityKeys, D.Function().Capabilities); }},
     {"registers", [](const YamlValue& V, Draft& D) { ReadItems(V, RegisterKeys, D.Function().Registers); }},

@@ -6,8 +6,14 @@
 
 namespace Simulator {
 
+class PcieFunction;
+
 // The machine's key "pcie".
 void ReadPcie(const YamlValue& Value, Configuration& Into);
+
+// A function below a root complex by its name or its address ("BB:DD.F", with the segment before it where that is not
+// 0). Throws std::invalid_argument when there is none.
+PcieFunction& FunctionAt(Simulation& Run, const std::string& At);
 
 // Steps.
 void ReadPcieError(const YamlValue& Value, const Configuration& Machine, Step& Into);

@@ -9,11 +9,6 @@
 
 namespace Simulator {
 
-namespace {
-
-using Outcome = std::optional<std::string>;
-
-// A function by its name or its address.
 PcieFunction& FunctionAt(Simulation& Run, const std::string& At) {
     PcieFabric& Fabric = Run.Machine().Pcie();
     PcieFunction* Found = Fabric.Find(std::string_view(At));
@@ -26,6 +21,10 @@ PcieFunction& FunctionAt(Simulation& Run, const std::string& At) {
     }
     return *Found;
 }
+
+namespace {
+
+using Outcome = std::optional<std::string>;
 
 PcieFunction& PortAt(Simulation& Run, const std::string& At) {
     PcieFunction& Found = FunctionAt(Run, At);

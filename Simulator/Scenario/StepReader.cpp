@@ -4,6 +4,7 @@
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/MemoryReader.h"
+#include "Simulator/Scenario/CxlReader.h"
 #include "Simulator/Scenario/PcieReader.h"
 #include "Simulator/Scenario/Readers.h"
 
@@ -310,6 +311,11 @@ constexpr StepKind StepKinds[] = {
     {"smbios", ReadSmbios},
     {"psp-finish", ReadPspFinish},
     {"reboot", ReadReboot},
+    {"cxl-error", ReadCxlError},
+    {"cxl-event", ReadCxlEvent},
+    {"cxl-mailbox", ReadCxlMailbox},
+    {"cxl-configure", ReadCxlConfigure},
+    {"cxl-osc", ReadCxlOsc},
     {"pcie-error", ReadPcieError},
     {"pcie-config", ReadPcieConfig},
     {"pcie-slot", ReadPcieSlot},
