@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 
-#include "Library/VornElogBaseLib/NvmeSwitch.h"
 #include "Platform/Constants.h"
 
 namespace Simulator {

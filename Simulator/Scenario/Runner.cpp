@@ -157,7 +157,7 @@ std::string RecordFileName(std::size_t Index) {
     return fmt::format("records/{:04}.cper", Index + 1);
 }
 
-RunResult RunScenario(const Scenario& What) {
+RunResult RunScenario(const Scenario& What, const std::function<void(Simulation&)>& AtEnd) {
     RunResult Result;
     std::unique_ptr<Simulation> Run;
     try {
@@ -177,6 +177,9 @@ RunResult RunScenario(const Scenario& What) {
         CompareKept(What, static_cast<std::int64_t>(Run->Pool().LiveBlocks - Run->BlocksAtBoot()), Result);
     } catch (const Fault& Stop) {
         Result.Misses.push_back({{What.File}, fmt::format("the machine stopped: {}", Stop.what()), {}});
+    }
+    if (AtEnd) {
+        AtEnd(*Run);
     }
     Result.Events = Run->Events();
     Result.TraceLog = Run->TraceLog();

@@ -1,6 +1,7 @@
 // Runs a scenario and says which of its expectations were missed.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,8 +33,9 @@ struct RunResult {
 };
 
 // Boots the scenario's machine, does its steps and compares. A machine that stops (an access that nothing maps,
-// a failed assertion) is a miss. Throws ScenarioError for a step that the machine cannot do.
-RunResult RunScenario(const Scenario& What);
+// a failed assertion) is a miss. Throws ScenarioError for a step that the machine cannot do. AtEnd sees the machine
+// once its steps are done.
+RunResult RunScenario(const Scenario& What, const std::function<void(Simulation&)>& AtEnd = {});
 
 // How journals and --out name the record that entered GHES as number Index, from 0: "records/0001.cper" is the first.
 std::string RecordFileName(std::size_t Index);

@@ -8,6 +8,8 @@
 
 #include "Simulator/Decode/Decoded.h"
 #include "Simulator/Firmware/Names.h"
+#include "Simulator/Machine/Machine.h"
+#include "Simulator/Machine/PciDump.h"
 #include "Simulator/Scenario/Runner.h"
 #include "Simulator/Tool/RunOutput.h"
 #include "Simulator/Tool/RunReport.h"
@@ -178,6 +180,16 @@ int DecodeCommand(const fs::path& File, bool AsJson, std::ostream& Out, std::ost
     } catch (const DecodeError& Error) {
         Errors << File.string() << ": " << Error.what() << "\n";
     } catch (const fs::filesystem_error& Error) {
+        Errors << Error.what() << "\n";
+    }
+    return BadInput;
+}
+
+int DumpCommand(const fs::path& File, std::ostream& Out, std::ostream& Errors) {
+    try {
+        RunScenario(LoadScenario(File), [&Out](Simulation& Run) { Out << WritePciDump(Run.Machine().Pci()); });
+        return AsExpected;
+    } catch (const ScenarioError& Error) {
         Errors << Error.what() << "\n";
     }
     return BadInput;

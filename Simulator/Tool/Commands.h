@@ -21,6 +21,9 @@ struct RunOptions {
 
 int RunCommand(const RunOptions& Options, std::ostream& Out, std::ostream& Errors);
 int DecodeCommand(const std::filesystem::path& File, bool Json, std::ostream& Out, std::ostream& Errors);
+// Writes the configuration space that the scenario leaves, as lspci -F reads it. Whether its expectations were met
+// does not matter.
+int DumpCommand(const std::filesystem::path& File, std::ostream& Out, std::ostream& Errors);
 int ListCommand(const std::filesystem::path& Folder, bool Json, std::ostream& Out, std::ostream& Errors);
 
 }  // namespace Simulator

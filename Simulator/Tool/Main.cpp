@@ -40,6 +40,9 @@ int Run(int Count, char** Arguments) {
     Decode->add_option("FILE", File, "A record (.cper) or 16-byte SEL records (sel.raw)")->required();
     Decode->add_flag("--json", Json, "JSON instead of text");
 
+    CLI::App* Dump = App.add_subcommand("dump", "Write the PCI configuration space that a scenario leaves");
+    Dump->add_option("FILE", File, "A scenario file (YAML); lspci -F reads what comes of it")->required();
+
     CLI::App* List = App.add_subcommand("list", "List the scenarios that ship with the project");
     List->add_flag("--json", Json, "JSON instead of text");
 
@@ -50,6 +53,9 @@ int Run(int Count, char** Arguments) {
     }
     if (*Decode) {
         return Simulator::DecodeCommand(File, Json, std::cout, std::cerr);
+    }
+    if (*Dump) {
+        return Simulator::DumpCommand(File, std::cout, std::cerr);
     }
     if (*List) {
         return Simulator::ListCommand(SCENARIO_FOLDER, Json, std::cout, std::cerr);
