@@ -6,6 +6,7 @@
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/RecordFields.h"
+#include "Library/VornElogPolicyLib/RecordFunction.h"
 #include "Library/VornElogPolicyLib/Storm/StormCount.h"
 #include "Library/VornElogPolicyLib/Storm/StormRecord.h"
 
@@ -18,9 +19,11 @@ EFI_STATUS KeepDeviceState(STORM_RECORD_KIND Kind, SMI_STORM_QUEUE_ENTRY* pEntry
     if (Kind != StormRecordPcie && Kind != StormRecordCxlProtocol && Kind != StormRecordCxlComponent) {
         return EFI_SUCCESS;
     }
-    const PCI_SBDF At = StormEntryFunction(*pEntry);
+    PCI_SBDF At{};
     PCI_DEVICE_STATE* pPciDeviceState = nullptr;
-    const EFI_STATUS Status = VornElogRetrievePciDeviceState(At.Seg, At.Bus, At.Dev, At.Func, &pPciDeviceState);
+    const EFI_STATUS Status = GetRecordFunction(EntryRecord(*pEntry), &At)
+                                  ? VornElogRetrievePciDeviceState(At.Seg, At.Bus, At.Dev, At.Func, &pPciDeviceState)
+                                  : EFI_NOT_FOUND;
     if (EFI_ERROR(Status)) {
         TraceAs(Checker, DEBUG_ERROR,
                 "%a: ERROR %r unable to retrieve PCIe device state ptr for SBDF %04X:%02X:%02X.%1X, aborting...\n",
