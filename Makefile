@@ -1,5 +1,5 @@
 # One word each. `run` and `test` install what they need on a bare Debian machine.
-.PHONY: run test firmware os-test bench format check clean
+.PHONY: run test firmware os-test fuzz bench format check clean
 
 BUILD := build
 CMAKE := cmake -G Ninja -S .
@@ -28,6 +28,13 @@ os-test:
 	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
 	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
 	@Scripts/os-test $(BUILD)/release/ras-sim $(BUILD)/os
+
+# SECONDS: for each target.
+fuzz:
+	@Scripts/install-packages build fuzz
+	@$(CMAKE) -B $(BUILD)/fuzz -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFUZZ=ON $(QUIET)
+	@cmake --build $(BUILD)/fuzz $(QUIET)
+	@Scripts/fuzz $(BUILD)/fuzz $(or $(SECONDS),20)
 
 bench:
 	@Scripts/install-packages build bench

@@ -16,7 +16,9 @@ constexpr unsigned LAST_BUS = 255;
 void MoveTo(const std::vector<std::pair<unsigned, unsigned>>& Buses, std::vector<RootComplex>& All) {
     std::vector<bool> IsTaken(All.size());
     IsTaken[0] = true;
-    for (const auto& [Segment, Bus] : Buses) {
+    for (const auto& Where : Buses) {
+        const unsigned Segment = Where.first;
+        const unsigned Bus = Where.second;
         const auto Stands = [&](const RootComplex& One) { return One.Segment == Segment && One.BusBase == Bus; };
         if (const auto Found = std::ranges::find_if(All, Stands); Found != All.end()) {
             IsTaken[static_cast<std::size_t>(Found - All.begin())] = true;

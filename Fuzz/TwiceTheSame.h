@@ -1,0 +1,32 @@
+// Runs a machine twice from the same input.
+#pragma once
+
+#include <string>
+
+#include "Fuzz/Input.h"
+#include "Fuzz/Property.h"
+#include "Simulator/Simulation.h"
+
+// Run: void(Simulator::Simulation&, FuzzInput&), on a booted machine made from the settings that Configure, a
+// Simulator::Configuration(FuzzInput&), returns. Guard bytes are whole, blocks are given back once, no memory that is
+// not there is touched (the simulation throws), and both runs leave the same journal, trace and blocks.
+template <class Configure, class Run>
+void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Settings, Run Work) {
+    struct Trail {
+        std::string Journal;
+        std::string Trace;
+        std::uint64_t LiveBlocks = 0;
+        std::uint64_t LiveBytes = 0;
+
+        bool operator==(const Trail&) const = default;
+    };
+    const auto Once = [&] {
+        FuzzInput Input(Data, Size);
+        Simulator::Simulation Machine(Settings(Input));
+        Machine.Boot();
+        Work(Machine, Input);
+        const Simulator::PoolStatistics Pool = Machine.Pool();
+        return Trail{Machine.Events().ToJsonLines(), Machine.TraceLog(), Pool.LiveBlocks, Pool.LiveBytes};
+    };
+    MustHold(Once() == Once(), "the same input leaves the same trail");
+}
