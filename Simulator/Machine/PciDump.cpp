@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -174,6 +175,14 @@ std::vector<std::pair<unsigned, unsigned>> RootBusesOf(const std::vector<DumpedF
     for (const DumpedFunction& One : Functions) {
         if (IsOfRootComplex(One) && BridgeTo(Functions, One.Where) == nullptr) {
             Buses.emplace(One.Where.Segment, One.Where.Bus);
+        }
+    }
+    // Somebody has to lead to the others; segment 0 has its root complexes in any case.
+    for (const DumpedFunction& One : Functions) {
+        const auto After = Buses.upper_bound({One.Where.Segment, One.Where.Bus});
+        const bool IsLed = After != Buses.begin() && std::prev(After)->first == One.Where.Segment;
+        if (One.Where.Segment != 0 && !IsLed && BridgeTo(Functions, One.Where) == nullptr) {
+            Buses.emplace(One.Where.Segment, 0);
         }
     }
     return {Buses.begin(), Buses.end()};

@@ -31,7 +31,8 @@ std::vector<DumpedFunction> ReadPciDump(std::string_view Text);
 std::optional<PciAddress> ParsePciAddress(std::string_view Text);
 std::string PciAddressText(const PciAddress& Where);
 
-// Segments and buses that lie behind no bridge of the dump and hold functions that only a root complex has.
+// Segments and buses where root complexes have to begin: those behind no bridge of the dump that hold functions which
+// only a root complex has, and bus 0 of a segment whose functions nothing else leads to.
 std::vector<std::pair<unsigned, unsigned>> RootBusesOf(const std::vector<DumpedFunction>& Functions);
 // Whether a bridge of the dump leads to the bus.
 const DumpedFunction* BridgeTo(const std::vector<DumpedFunction>& Functions, const PciAddress& Where);

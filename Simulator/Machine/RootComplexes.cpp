@@ -24,11 +24,14 @@ void MoveTo(const std::vector<std::pair<unsigned, unsigned>>& Buses, std::vector
             IsTaken[static_cast<std::size_t>(Found - All.begin())] = true;
             continue;
         }
+        // The last one whose buses the new one takes, else the last one of all.
         std::size_t Best = All.size();
+        bool IsNear = false;
         for (std::size_t Index = 0; Index < All.size(); Index++) {
-            const bool IsNear = All[Index].Segment == Segment && All[Index].BusBase <= Bus;
-            if (!IsTaken[Index] && (Best == All.size() || IsNear)) {
+            const bool Holds = All[Index].Segment == Segment && All[Index].BusBase <= Bus;
+            if (!IsTaken[Index] && (Holds || !IsNear)) {
                 Best = Index;
+                IsNear = Holds;
             }
         }
         if (Best == All.size()) {
