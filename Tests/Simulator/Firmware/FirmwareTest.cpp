@@ -172,7 +172,7 @@ TEST_F(FirmwareTest, AccessesThatNothingAnswersEndTheRun) {
 
 TEST_F(FirmwareTest, ConfigurationSpaceOfAnAbsentFunctionReadsAllOnes) {
     EXPECT_EQ(MmioRead16(0x80000000 + (31 << 15)), 0xFFFF);
-    EXPECT_EQ(MmioRead32(0x80000000 + (3 << 20)), 0xFFFFFFFF);
+    EXPECT_EQ(MmioRead32(0x80000000 + (0x1F << 20)), 0xFFFFFFFF);
     EXPECT_EQ(MmioRead16(0x80000000 + (24 << 15)), 0x1E2D) << "the first socket's data fabric";
     EXPECT_EQ(MmioRead16(0x80000000 + (25 << 15) + (7 << 12)), 0x1E2D);
     MmioWrite32(0x80000000, 0);
