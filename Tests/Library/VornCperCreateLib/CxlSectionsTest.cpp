@@ -1,0 +1,455 @@
+// Records with CXL sections against hand-worked bytes.
+#include "Library/VornCperCreateLib/CxlSections.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "Tests/Support/GoldenRecord.h"
+
+namespace {
+
+constexpr PCI_SLOT_NUMBER_DATA Slot3{1, 1, {.SlotNumber = 3}};
+const char* const ProtocolType = "B4 EF B9 80 B5 52 E3 4D A7 77 68 78 4B 77 10 48";
+
+// Function 1, device 0A, bus 4E, segment 0002; vendor 1234, device ABCD, subsystem 5678:9ABC, class 0502.
+PCI_DEVICE_STATE AgentOf(UINT32 AgentType) {
+    PCI_DEVICE_STATE State{};
+    State.PcieCapabilityOffset = 0x58;
+    std::memcpy(State.PcieCapability, CountingBytes(0x40, 60).data(), 60);
+    auto& Cxl = State.Cxl;
+    Cxl.IsCxl = TRUE;
+    Cxl.CxlAgentType = AgentType;
+    Cxl.CxlAgentAddress = {1, 0x0A, 0x4E, 2, {0xE1, 0xE2, 0xE3}};
+    Cxl.CxlDeviceId = {0x1234, 0xABCD, 0x5678, 0x9ABC, 0x0502};
+    Cxl.DeviceSerialNumber = 0x8877665544332211;
+    std::memcpy(Cxl.Dvsec, CountingBytes(0x80, 60).data(), 60);
+    std::memcpy(Cxl.RasCapability, CountingBytes(0x03, 536).data(), 536);
+    return State;
+}
+
+struct ProtocolCase {
+    const char* Name;
+    UINT32 AgentType;
+    bool HasDvsec, HasErrorLog, HasSerialNumber, HasCapability;
+    UINT8 CXL_ERROR_STATUS::*Handle;
+    UINT32 RecordLength;
+    const char *HeaderSeverity, *DescriptorSeverity, *HeaderFlags, *RecordLengthBytes, *SectionLengthBytes, *Fru;
+    const char *Valid, *Type, *Address, *DeviceId, *DvsecLength, *ErrorLogLength;
+    std::size_t DvsecBytes, TailBytes;  // tail: zeros behind what was captured
+};
+
+const char* const FunctionAddress = "01 0A 4E 02 00 00 00 00";
+const char* const DeviceIdAndSlot = "34 12 CD AB 78 56 BC 9A 02 05 18 00 00 00 00 00";
+
+std::string GoldenProtocolRecord(const ProtocolCase& Case) {
+    const GoldenFront Front{Case.HeaderSeverity,
+                            Case.DescriptorSeverity,
+                            Case.HeaderFlags,
+                            Case.RecordLengthBytes,
+                            Case.SectionLengthBytes,
+                            ProtocolType,
+                            Case.Fru};
+    return Front.Text() + Case.Valid + " 00 00 00 00 00 00 00  " + Case.Type + Zeros(7) + Case.Address + "  " +
+           Case.DeviceId + (Case.HasSerialNumber ? " 11 22 33 44 55 66 77 88 " : Zeros(8)) +
+           (Case.HasCapability ? Counting(0x40, 60) : Zeros(60)) + Case.DvsecLength + "  " + Case.ErrorLogLength +
+           Zeros(4) + Counting(0x80, Case.DvsecBytes) + (Case.HasErrorLog ? Counting(0x03, 536) : "") +
+           Zeros(Case.TailBytes);
+}
+
+class GoldenCxlProtocolRecord : public testing::TestWithParam<ProtocolCase> {};
+
+TEST_P(GoldenCxlProtocolRecord, HoldsEveryByteOfThePublishedLayout) {
+    const ProtocolCase& Case = GetParam();
+    Simulator::Simulation Machine(WithGoldenClock());
+    PCI_DEVICE_STATE State = AgentOf(Case.AgentType);
+    State.Cxl.DvsecValid = Case.HasDvsec;
+    State.Cxl.RasCapabilityValid = Case.HasErrorLog;
+    State.Cxl.ErrorStatus.*Case.Handle = TRUE;
+    if (!Case.HasSerialNumber) {
+        State.Cxl.DeviceSerialNumber = 0;
+    }
+    if (!Case.HasCapability && Case.AgentType == 2) {
+        State.PcieCapabilityOffset = 0;
+    }
+    // As the record is allocated: for a device, whatever the agent is.
+    ASSERT_EQ(Case.RecordLength, VornCperGetCxlProtocolRecordLength(2, Case.HasDvsec, Case.HasErrorLog));
+    std::vector<std::uint8_t> Record(Case.RecordLength);
+    EXPECT_EQ(EFI_SUCCESS,
+              VornCperCreateCxlProtocol(DEBUG_VERBOSE, 2, 0x4E, 0x0A, 1, &Slot3, &State, FALSE, Case.RecordLength,
+                                        reinterpret_cast<CPER_RECORD*>(Record.data())));
+    EXPECT_EQ(HexLines(BytesOf(GoldenProtocolRecord(Case))), HexLines(Record));
+}
+
+// Valid bits: 0 agent type, 1 address, 2 device ID, 3 serial number, 4 capability, 5 DVSEC, 6 error log. Section
+// lengths 712 (0x2C8) of a device, 684 (0x2AC) of a port and 116 (0x74) of others, whatever was captured.
+const ProtocolCase ProtocolCases[] = {
+    {"Device",
+     2,
+     true,
+     true,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "C8 02",
+     "CXL Fatal",
+     "7F",
+     "02",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "3C 00",
+     "18 02",
+     60,
+     0},
+    {"DeviceWithoutDvsec",
+     2,
+     false,
+     true,
+     false,
+     true,
+     &CXL_ERROR_STATUS::HandleNonFatal,
+     852,
+     "00",
+     "00",
+     "00",
+     "54 03",
+     "C8 02",
+     "CXL Non-Fatal",
+     "57",
+     "02",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "00 00",
+     "18 02",
+     0,
+     0},
+    {"DeviceWithoutErrorLog",
+     2,
+     true,
+     false,
+     true,
+     false,
+     &CXL_ERROR_STATUS::HandleCorrectable,
+     376,
+     "02",
+     "02",
+     "01",
+     "78 01",
+     "C8 02",
+     "CXL Correctable",
+     "2F",
+     "02",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "3C 00",
+     "00 00",
+     60,
+     0},
+    {"DeviceWithNothingCaptured",
+     2,
+     false,
+     false,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     316,
+     "00",
+     "01",
+     "00",
+     "3C 01",
+     "C8 02",
+     "CXL Fatal",
+     "1F",
+     "02",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "00 00",
+     "00 00",
+     0,
+     0},
+    {"RestrictedDevice",
+     0,
+     true,
+     true,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "C8 02",
+     "CXL Fatal",
+     "7F",
+     "00",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "3C 00",
+     "18 02",
+     60,
+     0},
+    // The RCRB base as it stands in the state; neither device ID nor capability nor DVSEC.
+    {"RestrictedDownstreamPort",
+     1,
+     true,
+     true,
+     true,
+     false,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "74 00",
+     "CXL Fatal",
+     "4B",
+     "01",
+     "01 0A 4E 02 00 E1 E2 E3",
+     "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
+     "00 00",
+     "18 02",
+     0,
+     60},
+    {"LogicalDevice",
+     3,
+     true,
+     true,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "74 00",
+     "CXL Fatal",
+     "7F",
+     "03",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "3C 00",
+     "18 02",
+     60,
+     0},
+    {"RootPort",
+     5,
+     true,
+     true,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "AC 02",
+     "CXL Fatal",
+     "7F",
+     "05",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "20 00",
+     "18 02",
+     32,
+     28},
+    {"SwitchUpstreamPort",
+     7,
+     true,
+     false,
+     true,
+     true,
+     &CXL_ERROR_STATUS::HandleFatal,
+     376,
+     "00",
+     "01",
+     "00",
+     "78 01",
+     "AC 02",
+     "CXL Fatal",
+     "3F",
+     "07",
+     FunctionAddress,
+     DeviceIdAndSlot,
+     "20 00",
+     "00 00",
+     32,
+     28},
+    {"UnknownAgent",
+     8,
+     true,
+     true,
+     true,
+     false,
+     &CXL_ERROR_STATUS::HandleFatal,
+     912,
+     "00",
+     "01",
+     "00",
+     "90 03",
+     "74 00",
+     "CXL Fatal",
+     "49",
+     "08",
+     "00 00 00 00 00 00 00 00",
+     "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
+     "00 00",
+     "18 02",
+     0,
+     60},
+};
+INSTANTIATE_TEST_SUITE_P(EachAgent, GoldenCxlProtocolRecord, testing::ValuesIn(ProtocolCases),
+                         [](const testing::TestParamInfo<ProtocolCase>& Info) { return Info.param.Name; });
+
+TEST(CxlProtocolSection, LengthsFollowTheAgent) {
+    const struct {
+        UINT32 AgentType;
+        UINT64 None, Dvsec, ErrorLog, Both;
+    } Cases[] = {
+        {0, 116, 176, 652, 712}, {1, 116, 116, 116, 116}, {2, 116, 176, 652, 712},
+        {3, 116, 116, 116, 116}, {4, 116, 116, 116, 116}, {5, 116, 148, 652, 684},
+        {6, 116, 148, 652, 684}, {7, 116, 148, 652, 684}, {8, 116, 116, 116, 116},
+    };
+    for (const auto& Case : Cases) {
+        EXPECT_EQ(VornCperGetCxlProtocolSectionLength(Case.AgentType, FALSE, FALSE), Case.None);
+        EXPECT_EQ(VornCperGetCxlProtocolSectionLength(Case.AgentType, TRUE, FALSE), Case.Dvsec);
+        EXPECT_EQ(VornCperGetCxlProtocolSectionLength(Case.AgentType, FALSE, TRUE), Case.ErrorLog);
+        EXPECT_EQ(VornCperGetCxlProtocolRecordLength(Case.AgentType, TRUE, TRUE), 200 + Case.Both);
+    }
+}
+
+const char* const DramEvent = "60 1D CB B3 9C 06 4E AB B8 AF 4E 9B FB 5C 96 24";
+
+EFI_GUID UuidOf(const std::string& Text) {
+    EFI_GUID Uuid;
+    std::memcpy(&Uuid, BytesOf(Text).data(), sizeof(Uuid));
+    return Uuid;
+}
+
+struct ComponentCase {
+    const char* Name;
+    UINT32 AgentType;
+    UINT64 SerialNumber;
+    UINT8 EventSeverity;
+    BOOLEAN PreviousError;
+    const char *Severity, *HeaderFlags, *Fru, *Valid, *Device, *SerialNumberBytes;
+};
+
+class GoldenCxlComponentRecord : public testing::TestWithParam<ComponentCase> {};
+
+TEST_P(GoldenCxlComponentRecord, HoldsEveryByteOfThePublishedLayout) {
+    const ComponentCase& Case = GetParam();
+    Simulator::Simulation Machine(WithGoldenClock());
+    PCI_DEVICE_STATE State = AgentOf(Case.AgentType);
+    State.Cxl.DeviceSerialNumber = Case.SerialNumber;
+    const EFI_GUID Uuid = UuidOf(DramEvent);
+    const auto Event = CountingBytes(0x05, 128);
+    ASSERT_EQ(160u, VornCperGetCxlComponentSectionLength(&Uuid));
+    ASSERT_EQ(360u, VornCperGetCxlComponentRecordLength(&Uuid));
+    std::vector<std::uint8_t> Record(360);
+    EXPECT_EQ(EFI_SUCCESS, VornCperCreateCxlComponent(DEBUG_VERBOSE, 2, 0x4E, 0x0A, 1, &Slot3, &State,
+                                                      Case.PreviousError, &Uuid, Case.EventSeverity, Event.data(),
+                                                      360, reinterpret_cast<CPER_RECORD*>(Record.data())));
+    const GoldenFront Front{Case.Severity, Case.Severity, Case.HeaderFlags, "68 01", "A0 00", DramEvent, Case.Fru};
+    // The section's own length stays zero.
+    const std::string Golden = Front.Text() + "00 00 00 00  " + Case.Valid + " 00 00 00 00 00 00 00  " + Case.Device +
+                               " 00  " + Case.SerialNumberBytes + Counting(0x05, 128);
+    EXPECT_EQ(HexLines(BytesOf(Golden)), HexLines(Record));
+}
+
+const char* const ComponentDevice = "34 12 CD AB 01 0A 4E 02 00 18 00";
+const char* const NoComponentDevice = "00 00 00 00 00 00 00 00 00 00 00";
+const ComponentCase ComponentCases[] = {
+    {"Informational", 2, 0x8877665544332211, 0, FALSE, "02", "01", "CXL Informational", "07", ComponentDevice,
+     "11 22 33 44 55 66 77 88"},
+    {"Warning", 2, 0, 1, FALSE, "02", "01", "CXL Warning", "05", ComponentDevice, "00 00 00 00 00 00 00 00"},
+    {"Failure", 7, 1, 2, FALSE, "02", "01", "CXL Failure", "07", ComponentDevice, "01 00 00 00 00 00 00 00"},
+    {"Fatal", 0, 0, 3, FALSE, "01", "00", "CXL Fatal", "05", ComponentDevice, "00 00 00 00 00 00 00 00"},
+    {"WhateverElseIsFatal", 2, 0, 4, FALSE, "01", "00", "CXL Fatal", "05", ComponentDevice,
+     "00 00 00 00 00 00 00 00"},
+    {"PreviousError", 2, 0, 0, TRUE, "01", "02", "CXL Informational", "05", ComponentDevice,
+     "00 00 00 00 00 00 00 00"},
+    {"RestrictedDownstreamPort", 1, 1, 3, FALSE, "01", "00", "CXL Fatal", "06", NoComponentDevice,
+     "01 00 00 00 00 00 00 00"},
+};
+INSTANTIATE_TEST_SUITE_P(EachSeverity, GoldenCxlComponentRecord, testing::ValuesIn(ComponentCases),
+                         [](const testing::TestParamInfo<ComponentCase>& Info) { return Info.param.Name; });
+
+TEST(CxlComponentSection, KnowsTheEventRecordsByTheirFirstSixteenBytes) {
+    Simulator::Simulation Machine(WithGoldenClock());
+    for (const char* Known :
+         {"FB CD 0A 77 C2 60 41 7F 85 A9 08 8B 16 21 EB A6", "60 1D CB B3 9C 06 4E AB B8 AF 4E 9B FB 5C 96 24",
+          "FE 92 74 75 DD 59 43 39 A5 86 79 BA B1 13 B7 74", "E7 1F 3A 40 2D 29 40 92 8A 39 4D 1C 96 6C 7C 65",
+          "77 CF 92 71 9C 02 47 0B 9F E4 BC 7B 75 F2 DA 97", "40 D2 64 25 33 96 4C 4D A5 DA 3D 47 26 3A F4 25",
+          "8D C4 43 63 0C 96 47 10 B7 BF 04 BB 99 53 4C 3F", "CA 95 AF A7 F1 83 40 18 8C 2F 95 26 8E 10 1A 2A"}) {
+        const EFI_GUID Uuid = UuidOf(Known);
+        EXPECT_TRUE(VornElogCxlCheckComponentEventSectionType(&Uuid)) << Known;
+    }
+    const EFI_GUID Unknown = UuidOf("60 1D CB B3 9C 06 4E AB B8 AF 4E 9B FB 5C 96 25");
+    EXPECT_FALSE(VornElogCxlCheckComponentEventSectionType(&Unknown));
+    EXPECT_FALSE(VornElogCxlCheckComponentEventSectionType(&gCperSectionCxlProtocolGuid));
+    EXPECT_FALSE(VornElogCxlCheckComponentEventSectionType(nullptr));
+    EXPECT_EQ(VornCperGetCxlComponentSectionLength(&Unknown), 32u);
+    EXPECT_EQ(VornCperGetCxlComponentRecordLength(&Unknown), 232u);
+    EXPECT_EQ(VornCperGetCxlComponentSectionLength(nullptr), 32u);
+    EXPECT_NE(Machine.TraceLog().find("VornCperGetCxlComponentSectionLength: ERROR CXL Component event record "
+                                      "identifier UUID 601dcbb3-9c06-4eab-b8af-4e9bfb5c9625 is not recognized\n"),
+              std::string::npos);
+}
+
+TEST(CxlSections, RefuseBadArgumentsBeforeTheyWrite) {
+    Simulator::Simulation Machine(WithGoldenClock());
+    PCI_DEVICE_STATE Quiet = AgentOf(2), Failing = AgentOf(2);
+    Failing.Cxl.ErrorStatus.HandleFatal = TRUE;
+    Failing.Cxl.RasCapabilityValid = TRUE;
+    std::vector<std::uint8_t> Record(912, 0xCC);
+    auto* const Cper = reinterpret_cast<CPER_RECORD*>(Record.data());
+    const struct {
+        const PCI_SLOT_NUMBER_DATA* Slot;
+        const PCI_DEVICE_STATE* State;
+        UINT32 Length;
+        CPER_RECORD* Cper;
+        EFI_STATUS Status;
+    } Protocol[] = {
+        {nullptr, &Failing, 912, Cper, EFI_INVALID_PARAMETER},   {&Slot3, nullptr, 912, Cper, EFI_INVALID_PARAMETER},
+        {&Slot3, &Failing, 912, nullptr, EFI_INVALID_PARAMETER}, {&Slot3, &Quiet, 912, Cper, EFI_UNSUPPORTED},
+        {&Slot3, &Failing, 851, Cper, EFI_BUFFER_TOO_SMALL},
+    };
+    for (const auto& Case : Protocol) {
+        EXPECT_EQ(Case.Status, VornCperCreateCxlProtocol(DEBUG_VERBOSE, 0, 1, 0, 0, Case.Slot, Case.State, FALSE,
+                                                         Case.Length, Case.Cper));
+    }
+    const EFI_GUID Uuid = UuidOf(DramEvent), Unknown = gCperSectionPcieGuid;
+    const struct {
+        const PCI_SLOT_NUMBER_DATA* Slot;
+        const PCI_DEVICE_STATE* State;
+        const EFI_GUID* Uuid;
+        const void* Event;
+        UINT32 Length;
+        CPER_RECORD* Cper;
+        EFI_STATUS Status;
+    } Component[] = {
+        {nullptr, &Quiet, &Uuid, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
+        {&Slot3, nullptr, &Uuid, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
+        {&Slot3, &Quiet, nullptr, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
+        {&Slot3, &Quiet, &Uuid, nullptr, 360, Cper, EFI_INVALID_PARAMETER},
+        {&Slot3, &Quiet, &Uuid, &Quiet, 360, nullptr, EFI_INVALID_PARAMETER},
+        {&Slot3, &Quiet, &Unknown, &Quiet, 360, Cper, EFI_UNSUPPORTED},
+        {&Slot3, &Quiet, &Uuid, &Quiet, 359, Cper, EFI_BUFFER_TOO_SMALL},
+    };
+    for (const auto& Case : Component) {
+        EXPECT_EQ(Case.Status, VornCperCreateCxlComponent(DEBUG_VERBOSE, 0, 1, 0, 0, Case.Slot, Case.State, FALSE,
+                                                          Case.Uuid, 0, Case.Event, Case.Length, Case.Cper));
+    }
+    EXPECT_EQ(std::vector<std::uint8_t>(912, 0xCC), Record);
+}
+
+}  // namespace
