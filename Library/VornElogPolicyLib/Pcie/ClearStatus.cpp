@@ -180,6 +180,9 @@ void ClearDeviceStatus(const LiveFunction& Live, const PCI_DEVICE_STATE& State, 
             Clear |= Class.Bit;
         }
     }
+    if (Clear == 0) {
+        return;
+    }
     Clear &= Live.Read16(State.PcieCapabilityOffset + PCIE_DEVICE_STATUS);
     if (Clear != 0) {
         Live.Write16(State.PcieCapabilityOffset + PCIE_DEVICE_STATUS, Clear, "Device Status");
