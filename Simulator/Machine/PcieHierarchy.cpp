@@ -97,8 +97,11 @@ void PcieHierarchyBuilder::AddPort(const PciePortSetting& Setting) {
     Resources& Here = Free[Index];
     const unsigned Number = Setting.Port.value_or(Here.NextPort);
     Bus& Root = Fabric.RootBuses[Index];
-    PcieFunction& Port = Add(Root, Setting.Function, nullptr, Index, Setting.Function.Device.value_or(Number + 1));
-    AddHubPort(Port, Index, Number, Setting.CxlCapable, Setting.CxlMode);
+    PcieFunction& Port =
+        Add(Root, Setting.Function, nullptr, Index, Setting.Function.Device.value_or(FreeDevice(Root, Number + 1)));
+    if (Setting.Function.Kind == PcieKind::RootPort || Setting.Function.Kind == PcieKind::EventCollector) {
+        AddHubPort(Port, Index, Number, Setting.CxlCapable, Setting.CxlMode);
+    }
     AddBelow(Port, Setting.Function, Here, Index);
     FinishFunction(Port, Setting.Function);
 }

@@ -296,6 +296,7 @@ TEST(PciePropagation, IntegratedEndpointsReportToTheirCollector) {
         PcieWorld World(Settings);
         World.Fail("device", "uncorrectable-internal");
         EXPECT_EQ(World.Fabric.Hub(0).GlobalStatusHi(), HasCollector ? 0x10u : 0u);
+        EXPECT_EQ(World.Fabric.RootPorts().size(), HasCollector ? 1u : 0u);
         if (HasCollector) {
             EXPECT_EQ(World.Read(World["collector"], 0x130), 0x54u);
             EXPECT_EQ(World.Read(World["collector"], 0x134), 0x00080000u);
