@@ -5,6 +5,7 @@
 #include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
 #include "Simulator/Firmware/Firmware.h"
+#include "Simulator/Machine/CxlFabric.h"
 
 // VornElogSmmProcessErrorRecord(CPER_RECORD const*, KYR_CHIPSET_SUPPORT_DATA*)
 #define PROCESS_ERROR_RECORD "_Z29VornElogSmmProcessErrorRecordPK11CPER_RECORDP24KYR_CHIPSET_SUPPORT_DATA"
@@ -36,6 +37,11 @@ std::string SectionName(const EFI_GUID& Type) {
     for (const NamedSection& One : SECTIONS) {
         if (IsGuidEqual(One.Type, Type)) {
             return One.Name;
+        }
+    }
+    for (const CxlEventKind& One : CxlEventKinds()) {
+        if (IsGuidEqual(One.Uuid, Type)) {
+            return "cxl-" + std::string(One.Name);
         }
     }
     return GuidName(Type);

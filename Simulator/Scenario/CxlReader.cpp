@@ -117,7 +117,7 @@ void ReadErrorName(const YamlValue& Value, ErrorDraft& Into) {
 }
 
 constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
-    {"function", [](const YamlValue& V, ErrorDraft& D) { D.Function = V.Text(); }, true},
+    {"at", [](const YamlValue& V, ErrorDraft& D) { D.Function = V.Text(); }, true},
     {"uncorrectable", ReadErrorName<false>},
     {"correctable", ReadErrorName<true>},
     {"header",
@@ -152,7 +152,7 @@ struct EventDraft {
 constexpr std::string_view Severities[] = {"informational", "warning", "failure", "fatal"};
 
 constexpr YamlKey<EventDraft> EventKeys[] = {
-    {"function", [](const YamlValue& V, EventDraft& D) { D.Function = V.Text(); }, true},
+    {"at", [](const YamlValue& V, EventDraft& D) { D.Function = V.Text(); }, true},
     {"severity",
      [](const YamlValue& V, EventDraft& D) { D.Record.Flags[0] |= static_cast<UINT8>(V.OneOf(Severities)); }, true},
     {"kind",
@@ -214,7 +214,7 @@ struct MailboxDraft {
 constexpr std::string_view Mailboxes[] = {"secondary", "primary"};
 
 constexpr YamlKey<MailboxDraft> MailboxKeys[] = {
-    {"function", [](const YamlValue& V, MailboxDraft& D) { D.Function = V.Text(); }, true},
+    {"at", [](const YamlValue& V, MailboxDraft& D) { D.Function = V.Text(); }, true},
     {"mailbox", [](const YamlValue& V, MailboxDraft& D) { D.IsPrimary = V.OneOf(Mailboxes) == 1; }},
     {"occupied", [](const YamlValue& V, MailboxDraft& D) { D.Occupied = V.Duration(); }},
     {"hangs", [](const YamlValue& V, MailboxDraft& D) { D.Hangs = V.Bool(); }},
@@ -239,7 +239,7 @@ void ReadRasRegister(const YamlValue& Value, ConfigureDraft& Into) {
 }
 
 constexpr YamlKey<ConfigureDraft> ConfigureKeys[] = {
-    {"function", [](const YamlValue& V, ConfigureDraft& D) { D.Function = V.Text(); }, true},
+    {"at", [](const YamlValue& V, ConfigureDraft& D) { D.Function = V.Text(); }, true},
     {"uncorrectable-mask", ReadRasRegister<CXL_RAS_UNCORRECTABLE_MASK>},
     {"uncorrectable-severity", ReadRasRegister<CXL_RAS_UNCORRECTABLE_SEVERITY>},
     {"correctable-mask", ReadRasRegister<CXL_RAS_CORRECTABLE_MASK>},
