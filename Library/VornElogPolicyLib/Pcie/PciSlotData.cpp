@@ -64,13 +64,15 @@ EFI_STATUS VornElogDisplayPciSlotNumberData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UIN
         return EFI_INVALID_PARAMETER;
     }
     const UINT64 Level = mPrivateDataVornElogPolicyLib.SerDbgLevel;
-    if (pSlotNumberData->DeviceType == PciSlotDeviceNvmeDrive) {
+    // Copies: the record is packed, and the trace takes its values by reference.
+    const UINT32 DeviceType = pSlotNumberData->DeviceType;
+    const UINT32 SlotNumber = pSlotNumberData->SlotNumber;
+    if (DeviceType == PciSlotDeviceNvmeDrive) {
         Trace(Level, "%a: SBDF %04X:%02X:%02X.%1X Valid %d DeviceType %d BayId %d SlotId %d\n", Seg, Bus, Dev, Func,
-              pSlotNumberData->Valid, pSlotNumberData->DeviceType, pSlotNumberData->Drive.BayId,
-              pSlotNumberData->Drive.SlotId);
+              pSlotNumberData->Valid, DeviceType, pSlotNumberData->Drive.BayId, pSlotNumberData->Drive.SlotId);
     } else {
         Trace(Level, "%a: SBDF %04X:%02X:%02X.%1X Valid %d DeviceType %d SlotNumber %d\n", Seg, Bus, Dev, Func,
-              pSlotNumberData->Valid, pSlotNumberData->DeviceType, pSlotNumberData->SlotNumber);
+              pSlotNumberData->Valid, DeviceType, SlotNumber);
     }
     return EFI_SUCCESS;
 }

@@ -260,12 +260,12 @@ TEST_F(DeviceState, ContainedPortIsKept) {
     EXPECT_EQ(DpcTriggerIoHubDataValid, TRUE);
     EXPECT_EQ(DpcTriggerPortMapEntryValid, TRUE);
     EXPECT_EQ(std::memcmp(&DpcTriggerIoHubData, &HUB, sizeof(HUB)), 0);
-    EXPECT_EQ(DpcTriggerPortMapEntry.RpPciAddr, 0x05C08000u);
+    EXPECT_EQ(UINT32{DpcTriggerPortMapEntry.RpPciAddr}, 0x05C08000u);
     ClearDpcTriggerSlot();
     EXPECT_EQ(DpcTriggerIoHubDataValid, FALSE);
     EXPECT_EQ(DpcTriggerPortMapEntryValid, FALSE);
     EXPECT_EQ(DpcTriggerIoHubData.BusBase, 0);
-    EXPECT_EQ(DpcTriggerPortMapEntry.RpPciAddr, 0u);
+    EXPECT_EQ(UINT32{DpcTriggerPortMapEntry.RpPciAddr}, 0u);
 }
 
 TEST_F(DeviceState, LooksUpTheOldestOfAFunction) {
@@ -360,7 +360,7 @@ TEST_F(DeviceState, SlotNumbersComeFromThePlatform) {
     std::memset(&Slot, 0xEE, sizeof(Slot));
     EXPECT_EQ(VornElogSmmGetPcieSlotData(0, 1, 2, 3, nullptr), EFI_INVALID_PARAMETER);
     EXPECT_EQ(VornElogSmmGetPcieSlotData(0, 1, 2, 3, &Slot), EFI_NOT_READY);
-    EXPECT_EQ(Slot.SlotNumber, 0u);
+    EXPECT_EQ(UINT32{Slot.SlotNumber}, 0u);
     EXPECT_TRUE(
         Machine.Traced("VornElogSmmGetPcieSlotData: ERROR VornPciSlotData SMM protocol not available for PCIe "
                        "slot number retrieval, aborting...\n"));
@@ -374,7 +374,7 @@ TEST_F(DeviceState, SlotNumbersComeFromThePlatform) {
     EXPECT_EQ(Services.Locates, 2u);  // once before it was there
     std::memset(&Slot, 0xEE, sizeof(Slot));
     EXPECT_EQ(VornElogSmmGetPcieSlotData(4, 1, 2, 3, &Slot), EFI_SUCCESS);
-    EXPECT_EQ(Slot.SlotNumber, 0x04010203u);
+    EXPECT_EQ(UINT32{Slot.SlotNumber}, 0x04010203u);
     EXPECT_EQ(VornElogSmmGetPcieSlotData(0, 1, 0, 3, &Slot), EFI_NOT_FOUND);
 
     EXPECT_EQ(VornElogSmmGetPciSlotData(0, 1, 2, 3, &Slot), EFI_SUCCESS);
