@@ -51,7 +51,7 @@ void Run(Simulator::Simulation&, FuzzInput& Input) {
         std::memcpy(Exact.get(), Bytes.data(), Bytes.size());
         auto Chipset = std::make_unique<KYR_CHIPSET_SUPPORT_DATA>();
         const std::vector<std::uint8_t> Front = Input.Bytes(256);
-        std::memcpy(Chipset.get(), Front.data(), Front.size());
+        std::copy(Front.begin(), Front.end(), reinterpret_cast<std::uint8_t*>(Chipset.get()));
         Chipset->MachineCheck.McaBankIndex = 0;  // the driver's own: below the number of banks of the block
         VornElogSmmProcessErrorRecord(reinterpret_cast<const CPER_RECORD*>(Exact.get()), Chipset.get());
     }

@@ -15,7 +15,7 @@ constexpr std::size_t MOST_STEPS = 40;
 bool IsQuick(const Simulator::Scenario& What) {
     const Simulator::Configuration& Machine = What.Machine;
     for (const Simulator::Step& One : What.Steps) {
-        if (One.Kind == "repeat") {
+        if (One.Kind == "repeat" || One.Kind == "silent") {
             return false;
         }
     }

@@ -22,7 +22,9 @@ void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Setti
     };
     const auto Once = [&] {
         FuzzInput Input(Data, Size);
-        Simulator::Simulation Machine(Settings(Input));
+        Simulator::Configuration Configured = Settings(Input);
+        Configured.TraceLevels = DEBUG_ERROR;  // the rest costs more time than it finds
+        Simulator::Simulation Machine(Configured);
         Machine.Boot();
         Work(Machine, Input);
         const Simulator::PoolStatistics Pool = Machine.Pool();

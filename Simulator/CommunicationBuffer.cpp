@@ -46,7 +46,7 @@ CommunicationBuffer::CommunicationBuffer(Where Wanted, std::span<const std::uint
         throw std::invalid_argument("the communication buffer is larger than the memory for it");
     }
     std::memset(Base, 0, Room);
-    std::memcpy(Base, Data.data(), Data.size());
+    std::ranges::copy(Data, Base);
     const std::uint64_t Usable = std::min(Room, Size);
     ForbidAccess(Base + Usable, Room - Usable);
 }
