@@ -5,11 +5,14 @@
 #include "Library/VornElogPolicyLib/Cxl/CxlEventCommands.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
-// Masks what the status register shows.
-static void MaskSetErrors(UINT64 RasCapability, UINT32 StatusOffset, UINT32 MaskOffset, const CHAR8* Name,
+// Masks what the status register shows, and what it showed when the function was captured: the scan has cleared it
+// since.
+static void MaskSetErrors(const PCI_DEVICE_STATE& State, UINT32 StatusOffset, UINT32 MaskOffset, const CHAR8* Name,
                           const CHAR8* Caller) {
     const UINT64 Level = mPrivateDataVornElogPolicyLib.SerDbgLevel;
-    const UINT32 Status = MmioRead32(RasCapability + StatusOffset);
+    const UINT64 RasCapability = State.Cxl.RasCapabilityAddress;
+    const UINT32 Status =
+        MmioRead32(RasCapability + StatusOffset) | State.Cxl.RasCapability[StatusOffset / sizeof(UINT32)];
     const UINT32 Mask = MmioRead32(RasCapability + MaskOffset);
     TraceAs(Caller, Level, "%a: %a Status Rd 0x%08x Mask Rd 0x%08x\n", Name, Status, Mask);
     MmioWrite32(RasCapability + MaskOffset, Mask | Status);
@@ -27,19 +30,18 @@ EFI_STATUS VornElogSmmDisableCxlProtocolErrorGeneration(const PCI_DEVICE_STATE* 
         Trace(DEBUG_ERROR, "%a: ERROR No CXL Protocol error SMI storm reported, aborting...\n");
         return EFI_UNSUPPORTED;
     }
-    const UINT64 RasCapability = pPciDeviceState->Cxl.RasCapabilityAddress;
-    if (RasCapability == 0) {
+    if (pPciDeviceState->Cxl.RasCapabilityAddress == 0) {
         const PCI_SBDF At = SbdfOf(pPciDeviceState->PciAddress);
         Trace(DEBUG_ERROR, "%a: ERROR SBDF %04X:%02X:%02X.%1X has no CXL RAS capability, aborting...\n", At.Seg,
               At.Bus, At.Dev, At.Func);
         return EFI_UNSUPPORTED;
     }
     if ((Storm.ProtocolFatal | Storm.ProtocolNonFatal) != FALSE) {
-        MaskSetErrors(RasCapability, CXL_RAS_UNCORRECTABLE_STATUS, CXL_RAS_UNCORRECTABLE_MASK, "Uncorrectable Error",
-                      __func__);
+        MaskSetErrors(*pPciDeviceState, CXL_RAS_UNCORRECTABLE_STATUS, CXL_RAS_UNCORRECTABLE_MASK,
+                      "Uncorrectable Error", __func__);
     }
     if (Storm.ProtocolCorrectable != FALSE) {
-        MaskSetErrors(RasCapability, CXL_RAS_CORRECTABLE_STATUS, CXL_RAS_CORRECTABLE_MASK, "Correctable Error",
+        MaskSetErrors(*pPciDeviceState, CXL_RAS_CORRECTABLE_STATUS, CXL_RAS_CORRECTABLE_MASK, "Correctable Error",
                       __func__);
     }
     return EFI_SUCCESS;
