@@ -114,6 +114,10 @@ void CxlMailbox::Write(std::uint64_t Offset, std::uint32_t Value) {
             Doorbell = true;
             EndsAt = HangsNext ? UINT64_MAX : Now() + CommandTime;
             HangsNext = false;
+            if (const auto Seen =
+                    Watched.extract(static_cast<std::uint16_t>(CxlMailboxCommand::Opcode::Get(Command)))) {
+                Seen.mapped()();
+            }
         }
     } else if ((Offset & ~std::uint64_t{7}) == CXL_MAILBOX_COMMAND) {
         SetHalf(Command, Offset, Value);

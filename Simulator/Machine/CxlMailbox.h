@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Include/CxlRegisters.h"
@@ -48,6 +49,10 @@ class CxlMailbox {
     void Refuse(std::uint16_t Opcode, const Refusal& How) {
         Refusals[Opcode] = How;
     }
+    // Do is called once, when a command with that opcode is about to be carried out: the doorbell has just been set.
+    void WhenSent(std::uint16_t Opcode, std::function<void()> Do) {
+        Watched[Opcode] = std::move(Do);
+    }
     // What the background status register and bit 0 of the status show.
     void ShowBackground(bool IsRunning, std::uint64_t Register) {
         BackgroundRuns = IsRunning;
@@ -76,6 +81,7 @@ class CxlMailbox {
     std::uint64_t EndsAt = 0;
     std::uint64_t Done = 0;
     std::map<std::uint16_t, Refusal> Refusals;
+    std::map<std::uint16_t, std::function<void()>> Watched;
     std::optional<std::uint32_t> ToldLength;
 };
 

@@ -208,6 +208,7 @@ struct MailboxDraft {
     bool IsPrimary = false;
     std::uint64_t Occupied = 0;
     bool Hangs = false;
+    std::optional<std::uint16_t> Dies;
     std::vector<RefusalDraft> Refusals;
 };
 
@@ -218,6 +219,7 @@ constexpr YamlKey<MailboxDraft> MailboxKeys[] = {
     {"mailbox", [](const YamlValue& V, MailboxDraft& D) { D.IsPrimary = V.OneOf(Mailboxes) == 1; }},
     {"occupied", [](const YamlValue& V, MailboxDraft& D) { D.Occupied = V.Duration(); }},
     {"hangs", [](const YamlValue& V, MailboxDraft& D) { D.Hangs = V.Bool(); }},
+    {"dies", [](const YamlValue& V, MailboxDraft& D) { D.Dies = static_cast<UINT16>(V.Number(0, 0xFFFF)); }},
     {"refuse",
      [](const YamlValue& V, MailboxDraft& D) {
          for (const YamlValue& Item : V.List()) {
@@ -320,6 +322,9 @@ void ReadCxlMailbox(const YamlValue& Value, const Configuration&, Step& Into) {
         }
         if (Draft.Hangs) {
             Mailbox->Hang();
+        }
+        if (Draft.Dies) {
+            Mailbox->WhenSent(*Draft.Dies, [&Function = FunctionAt(Run, Draft.Function)] { Function.DieAfter(0); });
         }
         for (const RefusalDraft& One : Draft.Refusals) {
             Mailbox->Refuse(One.Opcode, One.How);
