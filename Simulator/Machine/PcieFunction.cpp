@@ -1,6 +1,7 @@
 #include "Simulator/Machine/PcieFunction.h"
 
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 
 #include "Simulator/Machine/IoHub.h"
@@ -75,8 +76,9 @@ unsigned PcieFunction::AddExtendedCapability(std::uint16_t Id, unsigned Version,
 
 void PcieFunction::RememberReset() {
     AtReset.resize(SPACE_SIZE);
-    for (unsigned Offset = 0; Offset < SPACE_SIZE; Offset++) {
-        AtReset[Offset] = static_cast<std::uint8_t>(Peek(Offset, 1));
+    for (unsigned Offset = 0; Offset < SPACE_SIZE; Offset += 4) {
+        const std::uint32_t Value = Peek(Offset, 4);
+        std::memcpy(AtReset.data() + Offset, &Value, sizeof(Value));
     }
 }
 
