@@ -21,6 +21,7 @@ Texts Registered(BootedSimulation& Sim, const char* Kind = "register") {
         {"notify gEfiSmmEndOfDxeProtocolGuid", "end-of-dxe"},
         {"handler gVornSmbiosType16HandleToSmramGuid", "type16"},
         {"handler gVornSmbiosType17HandleToSmramGuid", "type17"},
+        {"handler gVornRasDxeSmiStormScalingDataHoistToSmram", "scaling"},
         {"handler gElogLogPOSTErrorToBMCGuid", "post"},
         {"notify gVornPciSlotDataSmmProtocolGuid", "slots"},
         {"software-smi 0xD5", "dpc-check"},
@@ -39,8 +40,8 @@ Texts Registered(BootedSimulation& Sim, const char* Kind = "register") {
     return Found;
 }
 
-const Texts EVERYTHING{"end-of-dxe", "type16", "type17",           "post",         "slots", "dpc-check", "mce",
-                       "dpc-config", "cxl",    "root-complex-smi", "ready-to-boot"};
+const Texts EVERYTHING{"scaling", "end-of-dxe", "type16", "type17",           "post",         "slots", "dpc-check",
+                       "mce",     "dpc-config", "cxl",    "root-complex-smi", "ready-to-boot"};
 
 Texts Without(const Texts& Absent) {
     Texts Left;
@@ -165,7 +166,7 @@ TEST_P(FailingAtStart, IsReportedAndTheRestGoesOn) {
     }
     EXPECT_EQ(Dangling, Case.Dangling);
     if (EFI_ERROR(Case.Entry)) {
-        for (const char* One : {"end-of-dxe", "type16", "type17", "post", "slots", "dpc-check"}) {
+        for (const char* One : {"scaling", "end-of-dxe", "type16", "type17", "post", "slots", "dpc-check"}) {
             EXPECT_EQ(Registered(Sim).contains(One), Registered(Sim, "unregister").contains(One)) << One;
         }
         return;
@@ -193,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCase{"SetMcaThresholdMap", 0, EFI_SUCCESS, {}, {}},
         FailingCase{"AllocatePool", 0, EFI_SUCCESS, {}, {}}, FailingCase{"PspMboxRasEinj", 0, EFI_SUCCESS, {}, {}},
         FailingCase{"SetTalvoCfg8", 0, EFI_SUCCESS, {}, {}},
-        FailingCase{"SmiHandlerRegister", 0, EFI_SUCCESS, {"type16", "type17", "post"}, {}},
+        FailingCase{"SmiHandlerRegister", 0, EFI_SUCCESS, {"scaling", "type16", "type17", "post"}, {}},
         FailingCase{"FchSwDispatch2.Register", 0, EFI_SUCCESS, {"mce", "cxl"}, {}, 0},
         FailingCase{"FchApuRasDispatch.Register", 0, EFI_SUCCESS, {"root-complex-smi"}, {}},
         // Both software SMIs are refused, or only the one of the initialiser. What it registered before stays; the
@@ -218,7 +219,7 @@ TEST(FailedStart, TakesBackAllThatConstructorsDid) {
     BootedSimulation Sim(Settings);
     ASSERT_EQ(Sim.EntryStatus(), EFI_DEVICE_ERROR);
     EXPECT_THAT(Registered(Sim, "unregister"),
-                UnorderedElementsAre("end-of-dxe", "type16", "type17", "post", "slots", "dpc-check"));
+                UnorderedElementsAre("scaling", "end-of-dxe", "type16", "type17", "post", "slots", "dpc-check"));
     EXPECT_EQ(Sim->Pool().LiveBlocks, 2u);
     EXPECT_EQ(Sim->Pool().LiveBytes, 32u);
     EXPECT_THAT(Sim.Events("write", {{"space", "mmio"}}), IsEmpty()) << "the SCI is not armed";
