@@ -9,8 +9,10 @@ constexpr UINT32 SmnSegBus(UINT8 Segment, UINT8 Bus) {
     return static_cast<UINT32>(Segment) << 8 | Bus;
 }
 
-// SegBus: bus in bits 7:0, PCI segment in bits 23:8. Address: SMN address in bytes. An absent device reads all
-// ones.
+// What an absent device reads as.
+inline constexpr UINT32 SMN_NO_ANSWER = 0xFFFFFFFF;
+
+// SegBus: bus in bits 7:0, PCI segment in bits 23:8. Address: SMN address in bytes.
 void RasSmnRead(UINT32 SegBus, UINT32 Address, UINT32* Value);
 
 void RasSmnWrite(UINT32 SegBus, UINT32 Address, const UINT32* Value);

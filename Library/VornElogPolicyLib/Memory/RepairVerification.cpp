@@ -29,6 +29,12 @@ struct UMC_CHANNEL {
     UINT8 UmcChannel;
 };
 
+static UINT32 ReadUmc(const UMC_CHANNEL& Umc, UINT32 Register) {
+    UINT32 Value = 0;
+    RasSmnRead(Umc.SegBus, UmcSmnAddress(Umc.UmcChannel, Register), &Value);
+    return Value;
+}
+
 static bool FindUmc(const RUNTIME_PPR_CHECK_ENTRY& Entry, UMC_CHANNEL* pUmc) {
     UINT8 Bus = 0;
     UINT8 Segment = 0;
@@ -39,13 +45,12 @@ static bool FindUmc(const RUNTIME_PPR_CHECK_ENTRY& Entry, UMC_CHANNEL* pUmc) {
         return false;
     }
     *pUmc = {SmnSegBus(Segment, Bus), Entry.UmcChannel};
+    if (ReadUmc(*pUmc, UMC_DRAM_SCRUB_CTRL) == SMN_NO_ANSWER) {
+        Trace(DEBUG_ERROR, "[RAS Runtime PPR]%a: ERROR UMC channel %d of socket %d does not answer\n", __func__,
+              Entry.UmcChannel, Entry.Socket);
+        return false;
+    }
     return true;
-}
-
-static UINT32 ReadUmc(const UMC_CHANNEL& Umc, UINT32 Register) {
-    UINT32 Value = 0;
-    RasSmnRead(Umc.SegBus, UmcSmnAddress(Umc.UmcChannel, Register), &Value);
-    return Value;
 }
 
 static UINT64 ReadScrubAddress(const UMC_CHANNEL& Umc) {

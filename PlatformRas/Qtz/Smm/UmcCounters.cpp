@@ -16,9 +16,6 @@ namespace {
 // A counter that stands here has saturated.
 constexpr UINT16 COUNTER_SATURATED = 0xFFFF;
 
-// What a register reads as that nobody answers for.
-constexpr UINT32 UMC_REGISTER_SILENT = 0xFFFFFFFF;
-
 // Programs one DIMM's counters. Every failure's status ORed.
 EFI_STATUS ConfigureDimm(UINT8 Socket, UINT8 UmcChannel, UINT8 Dimm, const CHAR8* Caller) {
     UmcEccErrCntRegInitData InitData{};
@@ -102,7 +99,7 @@ bool IsCountingEnabled(const CHIP_SELECT_COUNTERS& Counters, const CHAR8* Caller
     RasSmnRead(Counters.SegBus, UmcSmnAddress(Counters.UmcChannel, UMC_ECC_ERR_CNT_CTRL), &Control);
     TraceAs(Caller, Counters.Level, "%a: UMC:EccErrCntCtrl 0x%08x EccErrCntEn %d EccErrInt %d\n", Control,
             EccErrCntCtrl::EccErrCntEn::Get(Control), EccErrCntCtrl::EccErrInt::Get(Control));
-    if (Control == UMC_REGISTER_SILENT) {
+    if (Control == SMN_NO_ANSWER) {
         TraceAs(Caller, DEBUG_ERROR, "%a: ERROR UMC:EccErrCntCtrl of Skt %d Ch %2d does not answer, aborting...\n",
                 Counters.Socket, Counters.UmcChannel);
         return false;

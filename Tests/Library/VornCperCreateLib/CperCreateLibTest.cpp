@@ -102,13 +102,4 @@ TEST_F(CperCreateLib, StartsAndEndsWithWhatThePlatformGives) {
     }
 }
 
-TEST_F(CperCreateLib, NeedsTheMemoryInterface) {
-    Services.Install(gVornMemoryInterfaceMemorySmmProtocolGuid, nullptr);
-    EXPECT_EQ(EFI_LOAD_ERROR, VornCperCreateLibConstructor(nullptr, nullptr));
-    EXPECT_EQ("", Steps);
-    EXPECT_EQ(EFI_SUCCESS, VornCperCreateLibDestructor(nullptr, nullptr));
-    EXPECT_THAT(Machine.TraceLog(), testing::HasSubstr("VornCperCreateLibConstructor: ERROR Not Found retrieving "
-                                                       "gVornMemoryInterfaceMemorySmmProtocolGuid, aborting...\n"));
-}
-
 }  // namespace

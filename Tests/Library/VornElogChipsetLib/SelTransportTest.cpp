@@ -63,17 +63,6 @@ TEST_F(VornElogChipset, SendsTheStoreAndKeepsItUntilItWentOut) {
     }
 }
 
-TEST_F(VornElogChipset, SendsNothingWithoutItsProtocols) {
-    for (const EFI_GUID& Guid : {gVornSmmSelRecordProtocolGuid, gVornSmmIpmiSelSupportProtocolGuid}) {
-        FakeServices Empty;
-        Empty.Install(gVornSmmSelRecordProtocolGuid, &SelRecords);
-        Empty.Install(gVornSmmIpmiSelSupportProtocolGuid, &SelSupport);
-        Empty.Install(Guid, nullptr);
-        EXPECT_EQ(EFI_NOT_FOUND, ElogSendSelLog());
-    }
-    EXPECT_EQ("", Calls);
-}
-
 TEST_F(VornElogChipset, TakesTheDimmMapWhileItStarts) {
     EXPECT_EQ(EFI_SUCCESS, VornELogIpmiLibConstructor(nullptr, nullptr));
     struct {

@@ -114,23 +114,8 @@ TEST(MemoryRecord, TheLocationIsTheLowBytesOfAValidSection) {
     EXPECT_EQ(VornElogSmmGetMemErrorLocation(nullptr), EFI_INVALID_PARAMETER);
 }
 
-TEST(MemoryRecord, InDiagnosticModeEachErrorIsReportedAndNoneCounted) {
+TEST(MemoryRecord, InDiagnosticModeAnErrorIsReportedWithoutAScanButNotWithoutAPlace) {
     MemoryMachine Machine(1, DiagnosticConfiguration());
-    for (unsigned Count = 0; Count < 2; Count++) {
-        BOOLEAN Flag = FALSE;
-        MemoryError Error;
-        const Story Told = Machine.Post(Error, &Flag);
-        EXPECT_EQ(Flag, TRUE);
-        ASSERT_GE(Told.size(), 5u);
-        // The bank's machine-check data follow, of processor 0.
-        EXPECT_THAT(
-            Story(Told.begin(), Told.begin() + 4),
-            ElementsAre("sel D5 14 74 3E F7 49", "health 03", "sel 07 3C 6F AC 01 00", "sel C1 28 7E 00 00 00"));
-    }
-    EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 0u);
-    EXPECT_EQ(Machine.Rows(), 0u);
-
-    // Without a scan the event alone; the OS is told all the same.
     MemoryError Error;
     BOOLEAN Flag = FALSE;
     Error.Data.MachineCheck.ValidRasMcaErrorInfo = 0;

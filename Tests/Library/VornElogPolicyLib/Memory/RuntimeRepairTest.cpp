@@ -278,22 +278,6 @@ TEST(RuntimePpr, RowsAreScrubbedAndReportedOneByOne) {
     EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(nullptr), EFI_INVALID_PARAMETER);
 }
 
-TEST(RuntimePpr, AReportedFailureIsPassedOnAndNothingScrubbed) {
-    for (const UINTN Instances : {0, 1}) {
-        RepairMachine Machine;
-        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-        Machine.OemInstances = Instances;
-        Machine.Serve(3);
-        const UINT32 Status = 0x1234;
-        EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(&Status), EFI_SUCCESS);
-        EXPECT_EQ(Machine.TakeStory(), Story(Instances, "oem 1234: 0 0 0"));
-        EXPECT_EQ(Machine.Umc.AddressReads, 0u);
-        EXPECT_TRUE(Machine.Sim.Traced(
-            "[RAS Runtime PPR] PSP RuntimePpr SMI callback returns Quen repair failed: 0x00001234."));
-        Machine.ExpectReset();
-    }
-}
-
 TEST(RuntimePpr, AMissedCompletionIsForcedByTheNextRequest) {
     struct Case {
         UINT32 QueueFull;
