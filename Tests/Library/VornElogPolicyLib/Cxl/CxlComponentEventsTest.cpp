@@ -7,8 +7,7 @@
 
 namespace {
 
-// As the journal names the General Media Event Record's UUID, whose bytes stand in another order than a GUID's.
-const std::string MEDIA = "770ACDFB-60C2-7F41-85A9-088B1621EBA6";
+const std::string MEDIA = "cxl-general-media";
 constexpr EFI_GUID UNKNOWN{0x12345678, 0x1234, 0x5678, {1, 2, 3, 4, 5, 6, 7, 8}};
 
 std::uint64_t Commands(CxlMachine& Machine) {
