@@ -151,6 +151,10 @@ inline constexpr UINT64 CXL_RCRB_UPSTREAM_OFFSET = 0x1000;  // the upstream port
 inline constexpr UINT64 CXL_RCRB_MEMBAR0_LOW = 0x10;
 inline constexpr UINT64 CXL_RCRB_MEMBAR0_HIGH = 0x14;
 
+namespace CxlRcrbMemBar0 {
+using Is64 = Field<UINT32, 2>;
+}
+
 // --- Device registers (section 8.2.8), offsets in bytes ---
 
 enum CXL_DEVICE_CAPABILITY_ID : UINT16 {

@@ -137,7 +137,7 @@ UINT64 RasGetDpComponentRegisterAddress(UINT64 RcrbAddress) {
         return 0;
     }
     const UINT64 Base = Low & ~PciBar::MemoryAttributes;
-    if (PciBar::Type::Get(Low) != PciBar::Type64) {
+    if (!CxlRcrbMemBar0::Is64::Get(Low)) {
         return Base;
     }
     return static_cast<UINT64>(MmioRead32(RcrbAddress + CXL_RCRB_MEMBAR0_HIGH)) << 32 | Base;

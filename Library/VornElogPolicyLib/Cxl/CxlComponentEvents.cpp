@@ -6,6 +6,7 @@
 #include "Library/VornCperCreateLib/CxlSections.h"
 #include "Library/VornElogPolicyLib/Cxl/CxlEventCommands.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
+#include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
 
@@ -164,6 +165,7 @@ void VornElogSmmHandleCxlComponentError(const PCI_DEVICE_STATE* pPciDeviceState)
         Trace(DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n", Status,
               Where.Seg, Where.Bus, Where.Dev, Where.Func);
     }
+    CopyChipsetDataOfFunction(*pPciDeviceState, Source.pKyrChipsetSupportData);
     HandleEventLogs(Source);
     FreeRuntimeData(Source.pKyrChipsetSupportData);
 }

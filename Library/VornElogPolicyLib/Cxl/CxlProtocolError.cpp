@@ -6,6 +6,7 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornCperCreateLib/CxlSections.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
+#include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
 
@@ -30,9 +31,7 @@ void BuildAndProcess(const PCI_DEVICE_STATE& Device, const PCI_SLOT_NUMBER_DATA&
                 Status, Where.Seg, Where.Bus, Where.Dev, Where.Func);
         return;
     }
-    if (Device.ChipsetDataValid) {
-        CopyMem(pKyrChipsetSupportData->Pci.ChipsetData, Device.ChipsetData, sizeof(Device.ChipsetData));
-    }
+    CopyChipsetDataOfFunction(Device, pKyrChipsetSupportData);
     VornElogSmmProcessErrorRecord(pCper, pKyrChipsetSupportData);
 }
 
