@@ -104,7 +104,8 @@ void OneCorrectedMemoryError(benchmark::State& State) {
     State.counters["msr_rd"] = static_cast<double>(Accesses.MsrReads);
     State.counters["io_rd"] = static_cast<double>(Accesses.IoReads);
     State.counters["io_wr"] = static_cast<double>(Accesses.IoWrites);
-    State.counters["pci"] = static_cast<double>(Accesses.PciReads + Accesses.PciWrites);
+    State.counters["smn_rd"] = static_cast<double>(Accesses.SmnReads);
+    State.counters["smn_wr"] = static_cast<double>(Accesses.SmnWrites);
     State.counters["pool_bytes"] = static_cast<double>(Dimm.Machine.Pool().PeakBytes - Before);
     Dimm.Measure(State);
 }
