@@ -4,6 +4,7 @@
 #include "Library/VornElogPolicyLib/Storm/ShutdownCxl.h"
 #include "Library/VornElogPolicyLib/Storm/ShutdownPcie.h"
 #include "Simulator/Machine/Machine.h"
+#include "Tests/Library/VornElogPolicyLib/Cxl/CxlMachine.h"
 #include "Tests/Library/VornElogPolicyLib/Storm/StormMachine.h"
 
 namespace {
@@ -200,6 +201,45 @@ TEST(StormShutdown, CxlProtocolErrorsThatAreSetAreMasked) {
                        "reported, aborting..."));
     Calm.Cxl.SmiStorm.Protocol = Calm.Cxl.SmiStorm.ProtocolFatal = TRUE;
     EXPECT_EQ(VornElogSmmDisableCxlProtocolErrorGeneration(&Calm), EFI_UNSUPPORTED);
+}
+
+TEST(StormShutdown, TheInterruptOfTheStormingEventLogIsSwitchedOff) {
+    for (unsigned Severity = 0; Severity < 4; Severity++) {
+        SCOPED_TRACE(Severity);
+        CxlMachine Machine;
+        auto& Logs = Machine.Function.Device.Logs();
+        // To the firmware, each with a message number of its own.
+        Logs.SetPolicy({{0x12, 0x22, 0x32, 0x42}});
+        PCI_DEVICE_STATE Storming = Machine.Signaled();
+        Storming.Cxl.SmiStorm.ComponentSeverities = static_cast<UINT8>(1 << Severity);
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Storming, Severity), EFI_SUCCESS);
+        for (unsigned Log = 0; Log < 4; Log++) {
+            EXPECT_EQ(Logs.Policy().Settings[Log], 0x10 * (Log + 1) + (Log == Severity ? 0 : 2)) << Log;
+            Machine.Function.AddEvents(Log, 1);
+        }
+        EXPECT_EQ(Machine.Function.Signals.size(), 3u) << "the storming log signals nothing any more";
+
+        const std::uint64_t Commands = Machine.Function.Device.Secondary()->Commands();
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Storming, (Severity + 1) % 4), EFI_UNSUPPORTED);
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Storming, 4), EFI_INVALID_PARAMETER);
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(nullptr, Severity), EFI_INVALID_PARAMETER);
+        PCI_DEVICE_STATE Port = Storming;
+        Port.Cxl.MemoryDeviceRegisterBlock = 0;
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Port, Severity), EFI_UNSUPPORTED);
+        EXPECT_EQ(Machine.Function.Device.Secondary()->Commands(), Commands);
+    }
+}
+
+TEST(StormShutdown, AMailboxThatRefusesLeavesThePolicyAndItsStatusIsTold) {
+    for (const UINT16 Command : {0x0102, 0x0103}) {
+        CxlMachine Machine;
+        PCI_DEVICE_STATE Storming = Machine.Signaled();
+        Storming.Cxl.SmiStorm.ComponentSeverities = 1 << 2;
+        Machine.Function.Device.Secondary()->Refuse(Command, {0x0003});
+        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Storming, 2), EFI_UNSUPPORTED);
+        EXPECT_EQ(Machine.Function.Device.Logs().Policy().Settings[2], 2);
+        EXPECT_TRUE(Machine.Traced("VornElogSmmDisableCxlComponentErrorGeneration: ERROR Unsupported from "));
+    }
 }
 
 }  // namespace
