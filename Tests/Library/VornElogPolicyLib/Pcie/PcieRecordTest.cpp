@@ -1,0 +1,198 @@
+// PCIe and CXL records on their way into the PCI buffer.
+#include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
+
+#include <gtest/gtest.h>
+
+#include "Library/VornElogBaseLib/Queue.h"
+#include "Library/VornElogPolicyLib/Cxl/CxlRecord.h"
+#include "Library/VornElogPolicyLib/RecordFunction.h"
+#include "Tests/Library/VornElogPolicyLib/Pcie/PcieMachine.h"
+
+namespace {
+
+PCI_DEVICE_STATE Endpoint() {
+    PCI_DEVICE_STATE State{};
+    State.PciAddress = PackPciAddress(0, 0x4E, 0x0A, 1);
+    SetCapturedRegister16(State.PciHeader, PCI_STATUS, 0x0010);
+    State.IsPcie = TRUE;
+    State.PcieCapabilityOffset = 0x50;
+    State.Pcie.ErrorStatus.HandleNonFatal = TRUE;
+    State.ChipsetDataValid = TRUE;
+    for (UINT8 At = 0; At < sizeof(State.ChipsetData); At++) {
+        State.ChipsetData[At] = static_cast<UINT8>(0x70 + At);
+    }
+    return State;
+}
+
+UINT32 Filed() {
+    return Policy.pPciFiniteBuffer->Tail;
+}
+const ERROR_RECORD_BUFFER_ENTRY& Entry(UINT32 Element) {
+    return *BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Policy.pPciFiniteBuffer, Element);
+}
+
+TEST(PcieRecord, IsMadeOfWhatIsHandledOnly) {
+    const struct {
+        const char* Name;
+        void (*Change)(PCI_DEVICE_STATE& State);
+        bool IsMade;
+    } Tests[] = {
+        {"non-fatal", [](PCI_DEVICE_STATE&) {}, true},
+        {"nothing", [](PCI_DEVICE_STATE& State) { State.Pcie.ErrorStatus.HandleNonFatal = FALSE; }, false},
+        {"gone when captured",
+         [](PCI_DEVICE_STATE& State) { SetCapturedRegister16(State.PciHeader, PCI_STATUS, 0xFFFF); }, false},
+        {"a PCIe function's legacy flag",
+         [](PCI_DEVICE_STATE& State) {
+             State.Pcie.ErrorStatus.HandleNonFatal = FALSE;
+             State.LegacyPci.Handle = TRUE;
+         },
+         false},
+        {"legacy",
+         [](PCI_DEVICE_STATE& State) {
+             State.PcieCapabilityOffset = 0;
+             State.LegacyPci.Handle = TRUE;
+         },
+         true},
+        {"a legacy function's PCIe flag", [](PCI_DEVICE_STATE& State) { State.PcieCapabilityOffset = 0; }, false},
+    };
+    for (const auto& Test : Tests) {
+        SCOPED_TRACE(Test.Name);
+        PcieMachine Machine;
+        PCI_DEVICE_STATE State = Endpoint();
+        Test.Change(State);
+        VornElogSmmHandlePciError(&State);
+        EXPECT_EQ(Filed(), Test.IsMade ? 1u : 0u);
+    }
+    PcieMachine Machine;
+    VornElogSmmHandlePciError(nullptr);
+    EXPECT_TRUE(Machine.Traced("VornElogSmmHandlePciError: ERROR pPciDeviceState == NULL, aborting..."));
+}
+
+TEST(PcieRecord, CarriesTheFunctionsChipsetData) {
+    for (const bool IsValid : {true, false}) {
+        PcieMachine Machine;
+        PCI_DEVICE_STATE State = Endpoint();
+        State.ChipsetDataValid = IsValid;
+        VornElogSmmHandlePciError(&State);
+        ASSERT_EQ(Filed(), 1u);
+        const UINT8* Data = reinterpret_cast<const UINT8*>(Entry(0).pKyrChipsetSupportData);
+        EXPECT_EQ(Data[8], IsValid ? 0x70 : 0);
+        EXPECT_EQ(Data[35], IsValid ? 0x8B : 0);
+        EXPECT_EQ(Data[0] | Data[1] | Data[4] | Data[36], 0);
+        EXPECT_EQ(Entry(0).pCper->Header.RecordLength, 408u);
+    }
+}
+
+// The record, its chipset data, the two copies, the storm check's entry, the queue's copy of that and its node: each
+// may find no memory.
+TEST(PcieRecord, NothingLeaksWhereMemoryRunsOut) {
+    std::vector<UINT32> Kept;
+    for (std::uint64_t Skip = 0; Skip < 7; Skip++) {
+        PcieMachine Machine;
+        PCI_DEVICE_STATE State = Endpoint();
+        QueueAdd(Policy.pQueuePciDeviceData, &State, sizeof(State));
+        const std::uint64_t Blocks = Machine.Blocks();
+        Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1, Skip);
+        VornElogSmmHandlePciError(&State);
+        Kept.push_back(Filed());
+        // A filed record keeps its two copies; a node that could not be had leaves the storm queue's copy.
+        const std::uint64_t StormCopies = Skip == 6 ? 1 : 0;
+        EXPECT_EQ(Machine.Blocks(), Blocks + 2 * Filed() + StormCopies) << Skip;
+    }
+    EXPECT_EQ(Kept, (std::vector<UINT32>{0, 0, 0, 0, 1, 1, 1}));
+}
+
+TEST(PcieRecord, AFullBufferLosesTheRecord) {
+    PcieMachine Machine;
+    TestRecord Record(gCperSectionPcieGuid, 2, 208);
+    for (UINT32 Element = 0; Element < 256; Element++) {
+        EXPECT_EQ(FileRecordInPciBuffer(Record.Cper(), &Record.Data), EFI_SUCCESS);
+    }
+    EXPECT_EQ(VornElogSmmProcessErrorRecordPcie(Record.Cper(), &Record.Data), EFI_OUT_OF_RESOURCES);
+    EXPECT_EQ(Filed(), 256u);
+    EXPECT_TRUE(
+        Machine.Traced("VornElogSmmProcessErrorRecordPcie: ERROR adding element to finite buffer, aborting..."));
+    EXPECT_EQ(Policy.SmiStormQueue->NumElements, 0u);
+}
+
+TEST(PcieRecord, RefusesRecordsThatAreNone) {
+    PcieMachine Machine;
+    TestRecord Record(gCperSectionPcieGuid, 2, 208), Short(gCperSectionPcieGuid, 2, 208);
+    Short.Cper()->Header.RecordLength = 199;
+    for (auto* Process : {VornElogSmmProcessErrorRecordPcie, VornElogSmmProcessErrorRecordCxlProtocol,
+                          VornElogSmmProcessErrorRecordCxlComponent}) {
+        EXPECT_EQ(Process(nullptr, &Record.Data), EFI_INVALID_PARAMETER);
+        EXPECT_EQ(Process(Record.Cper(), nullptr), EFI_INVALID_PARAMETER);
+        EXPECT_EQ(Process(Short.Cper(), &Short.Data), EFI_INVALID_PARAMETER);
+    }
+    EXPECT_EQ(Filed(), 0u);
+}
+
+// Only ports count their containment themselves, and only for an OS that recovers it.
+TEST(PcieRecord, TheStormCheckLeavesOutContainmentThatTheOsRecovers) {
+    const struct {
+        UINT32 PortType;
+        UINT8 DpcOsLoaded;
+        UINT32 Counted;
+    } Tests[] = {{4, 1, 0}, {10, 1, 0}, {6, 1, 0}, {0, 1, 1}, {5, 1, 1}, {4, 0, 1}};
+    for (const auto& Test : Tests) {
+        PcieMachine Machine;
+        const PCI_DEVICE_STATE State = Endpoint();
+        QueueAdd(Policy.pQueuePciDeviceData, &State, sizeof(State));
+        TestRecord Record(gCperSectionPcieGuid, 0, 208);
+        Record.Put(208, Test.PortType, 4).Put(231, 1, 1).Put(232, 0x0A, 1).Put(235, 0x4E, 1);
+        Record.Data.Pci.DpcOsLoaded = Test.DpcOsLoaded;
+        EXPECT_EQ(VornElogSmmProcessErrorRecordPcie(Record.Cper(), &Record.Data), EFI_SUCCESS);
+        EXPECT_EQ(Policy.SmiStormQueue->NumElements, Test.Counted);
+        EXPECT_EQ(Filed(), 1u);
+        EXPECT_EQ(Machine.Traced("CPER reports PCIe root port or switch downstream port DPC event, skipping"),
+                  Test.Counted == 0);
+    }
+}
+
+TEST(PcieRecord, AStormSwitchesTheFunctionsReportingOff) {
+    PcieMachine Machine;
+    TestFunction& Function = Machine.Add(0x4E, 0x0A, 1, PcieEndpoint);
+    Function.SetWritable(PCIE + PCIE_DEVICE_CONTROL, 2, 0xFFFF);
+    PCI_DEVICE_STATE State = Machine.Capture(0x4E, 0x0A, 1);
+    State.Pcie.ErrorStatus.DetectedFatal = State.Pcie.ErrorStatus.HandleFatal = TRUE;
+    SetCapturedRegister32(State.AerCapability, AER_UNCORRECTABLE_STATUS, 0x00040000);
+    QueueAdd(Policy.pQueuePciDeviceData, &State, sizeof(State));
+    for (int Errors = 1; Errors <= 10; Errors++) {
+        EXPECT_EQ(Function.Peek(PCIE + PCIE_DEVICE_CONTROL, 2), 0x000Fu) << Errors;
+        VornElogSmmHandlePciError(&State);
+    }
+    EXPECT_EQ(Function.Peek(PCIE + PCIE_DEVICE_CONTROL, 2), 0x000Bu);
+}
+
+TEST(RecordFunction, IsReadFromEachKindOfSection) {
+    constexpr EFI_GUID DramEvent{0xB3CB1D60, 0x069C, 0xAB4E, {0xB8, 0xAF, 0x4E, 0x9B, 0xFB, 0x5C, 0x96, 0x24}};
+    const struct {
+        EFI_GUID Type;
+        std::size_t Segment, Bus, Device, Function;  // from the record's start
+        std::size_t Enough;                          // bytes of the section
+    } Tests[] = {
+        {gCperSectionPcieGuid, 233, 235, 232, 231, 40},
+        {gCperSectionPciComponentGuid, 226, 225, 224, 223, 40},
+        {gCperSectionCxlProtocolGuid, 219, 218, 217, 216, 24},
+        {DramEvent, 219, 218, 217, 216, 21},
+    };
+    for (const auto& Test : Tests) {
+        for (const bool IsEnough : {true, false}) {
+            TestRecord Record(Test.Type, 0, Test.Enough);
+            Record.Put(Test.Segment, 2, 1).Put(Test.Bus, 0x4E, 1).Put(Test.Device, 0x0A, 1).Put(Test.Function, 1, 1);
+            Record.Cper()->Header.RecordLength -= IsEnough ? 0 : 1;
+            PCI_SBDF At{};
+            EXPECT_EQ(GetRecordFunction(Record.Cper(), &At), IsEnough);
+            if (IsEnough) {
+                EXPECT_EQ(PackPciAddress(At.Seg, At.Bus, At.Dev, At.Func), PackPciAddress(2, 0x4E, 0x0A, 1));
+            }
+        }
+    }
+    PCI_SBDF At{1, 2, 3, 4};
+    TestRecord Memory(gCperSectionPlatformMemoryGuid, 0, 80);
+    EXPECT_FALSE(GetRecordFunction(Memory.Cper(), &At));
+    EXPECT_EQ(At.Seg | At.Bus | At.Dev | At.Func, 0);
+}
+
+}  // namespace
