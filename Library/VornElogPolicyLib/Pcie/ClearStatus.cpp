@@ -311,7 +311,8 @@ EFI_STATUS VornElogClearCxlProtocol(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
               Bus, Dev, Func);
         return EFI_UNSUPPORTED;
     }
-    const auto WriteBack = [&, Caller = __func__](UINT32 Offset, UINT32 Value, const CHAR8* Register) {
+    const CHAR8* const Caller = __func__;
+    const auto WriteBack = [&](UINT32 Offset, UINT32 Value, const CHAR8* Register) {
         if (Value == 0) {
             return;
         }

@@ -279,7 +279,8 @@ void NotifyOs(const ERROR_RECORD_BUFFER_ENTRY& Entry, UINT32 SciCause, const CHA
 
 void VornElogSmmPostProcessErrorRecordsPci() {
     PCIE_ALREADY_LOGGED AlreadyLogged{};
-    ForEachPciEntry([&AlreadyLogged, Caller = __func__](const ERROR_RECORD_BUFFER_ENTRY& Entry) {
+    const CHAR8* const Caller = __func__;
+    ForEachPciEntry([&](const ERROR_RECORD_BUFFER_ENTRY& Entry) {
         BOOLEAN IsPostProcessingRequired = FALSE;
         UINT32 SciCause = 0;
         if (!PostProcessBySectionType(Entry.pCper, &AlreadyLogged, &IsPostProcessingRequired, &SciCause)) {
