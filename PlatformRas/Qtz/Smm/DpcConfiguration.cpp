@@ -54,8 +54,8 @@ EFI_STATUS VornSmmHandlerPcieDpcConfigIioSmiGeneration(EFI_HANDLE, const void*, 
               "%a: System is in RAS production/threshold mode, configure PCIe ExtCorr for SMI generation\n");
         Status = ReConfigAerReportingPath(pEntry->PortNumber, pEntry->RpPciAddr);
         if (EFI_ERROR(Status)) {
-            Trace(DEBUG_ERROR, "%a: ERROR %r from ReConfigAerReportingPath Port %d RP 0x%08x\n", Status,
-                  pEntry->PortNumber, pEntry->RpPciAddr);
+            Trace(DEBUG_ERROR, "%a: ERROR %r from ReConfigAerReportingPath Port %d RP @ SBDF %04X:%02X:%02X.%1X\n",
+                  Status, pEntry->PortNumber, Rp.Seg, Rp.Bus, Rp.Dev, Rp.Func);
         }
     }
     return Status;

@@ -35,8 +35,9 @@ EFI_STATUS VornConfigureSmiForIoCorrectedErrors() {
         }
         const EFI_STATUS Status = ReConfigAerReportingPath(Entry.PortNumber, Entry.RpPciAddr);
         if (EFI_ERROR(Status)) {
-            Trace(DEBUG_ERROR, "%a: WARN %r from ReConfigAerReportingPath Port %d RP 0x%08x\n", Status,
-                  Entry.PortNumber, Entry.RpPciAddr);
+            const PCI_SBDF Rp = SbdfOf(Entry.RpPciAddr);
+            Trace(DEBUG_ERROR, "%a: WARN %r from ReConfigAerReportingPath Port %d RP @ SBDF %04X:%02X:%02X.%1X\n",
+                  Status, Entry.PortNumber, Rp.Seg, Rp.Bus, Rp.Dev, Rp.Func);
             if (Status != EFI_NOT_FOUND) {
                 Result |= Status;
             }
