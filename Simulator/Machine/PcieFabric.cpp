@@ -20,6 +20,11 @@ constexpr std::uint32_t SYSTEM_ERRORS = PcieRootControl::SystemErrorOnCorrectabl
                                         PcieRootControl::SystemErrorOnNonFatalErrorEnable |
                                         PcieRootControl::SystemErrorOnFatalErrorEnable;
 
+// A conventional bus has a master abort to tell; a switch may end requests silently.
+bool IsPcieLink(const PcieFunction& Port) {
+    return Port.IsDownstreamPort() || Port.PortType() == PcieSwitchUpstreamPort;
+}
+
 }  // namespace
 
 PcieFabric::PcieFabric(const PcieSettings& Wanted, const std::vector<RootComplex>& Complexes, PciSpace& Functions)
@@ -106,7 +111,9 @@ void PcieFabric::EnableReporting(PcieFunction& Function, bool IsFirmwareFirst) c
     Function.SetBits(Function.Has().Pcie + PCIE_DEVICE_CONTROL, 2, PcieDeviceStatus::ErrorBits);
     if (const unsigned Aer = Function.Has().Aer; Aer != 0) {
         Function.Poke(Aer + AER_UNCORRECTABLE_MASK, 4, 0);
-        Function.Poke(Aer + AER_CORRECTABLE_MASK, 4, 0);
+        // Advisory errors stay masked where hardware masks them but at root ports, which hear of all the others.
+        const bool IsRoot = Function.IsRootPort() || Function.IsEventCollector();
+        Function.Poke(Aer + AER_CORRECTABLE_MASK, 4, IsRoot ? 0 : AerCorrectable::AdvisoryNonFatalError);
     }
     if (IsFirmwareFirst && (Function.IsRootPort() || Function.IsEventCollector())) {
         Function.SetBits(Function.Has().Pcie + PCIE_ROOT_CONTROL, 2, SYSTEM_ERRORS);
@@ -165,7 +172,9 @@ void PcieFabric::RouteBelow(PcieFunction& Bridge, unsigned First, unsigned Last)
 // containment ends requests silently.
 void PcieFabric::NobodyAnswers(PciFunction& Claimed, const PciAddress& Where, unsigned Register, bool IsWrite) {
     auto& Port = static_cast<PcieFunction&>(Claimed);
-    if (Port.IsDead()) {
+    const bool Logs = Settings.Probes == ProbeLogging::All ||
+                      (Settings.Probes == ProbeLogging::RootPorts && (Port.IsRootPort() || !IsPcieLink(Port)));
+    if (Port.IsDead() || !Logs) {
         return;
     }
     const TlpWords Header = ConfigurationRequest(

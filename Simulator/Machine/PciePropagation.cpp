@@ -21,6 +21,13 @@ constexpr std::uint32_t WITH_HEADER = AerUncorrectable::PoisonedTlpReceived | Ae
                                       AerUncorrectable::McBlockedTlp | AerUncorrectable::AtomicOpEgressBlocked |
                                       AerUncorrectable::TlpPrefixBlocked | AerUncorrectable::PoisonedTlpEgressBlocked;
 
+// What fails when nobody says what: a write to the function's memory, or for errors of a requester its own read.
+TlpWords UsualHeader(const PcieFunction& At, std::uint32_t Bit) {
+    const bool IsRequester =
+        Bit == AerUncorrectable::CompletionTimeout || Bit == AerUncorrectable::UnexpectedCompletion;
+    return IsRequester ? MemoryRequest(false, 0x100000, At.RequesterId()) : MemoryRequest(true, At.BarBase(0), 0);
+}
+
 constexpr std::uint32_t SERR_ASSERTED = 1 << 12;  // secondary uncorrectable errors
 constexpr unsigned SECONDARY_PERR = 11;
 
@@ -75,7 +82,7 @@ void PcieFabric::ReportUncorrectable(PcieFunction& At, const PcieError& Error) {
     const bool HasAer = At.Has().Aer != 0;
     const bool IsUnsupported = Bit == AerUncorrectable::UnsupportedRequest;
     const bool IsFatal = ((HasAer ? At.Aer(AER_UNCORRECTABLE_SEVERITY) : FATAL_BY_DEFAULT) & Bit) != 0;
-    const TlpWords Header = Error.Header.value_or(MemoryRequest(false, 0, 0));
+    const TlpWords Header = Error.Header.value_or(UsualHeader(At, Bit));
     const TlpWords* Log = (Bit & WITH_HEADER) != 0 ? &Header : nullptr;
     if (Bit == AerUncorrectable::PoisonedTlpReceived) {
         At.SetBits(PCI_STATUS, 2, PciStatus::DetectedParityError);

@@ -110,10 +110,15 @@ struct PciDumpSetting {
     bool Reporting = true;  // the boot firmware enables error reporting in them
 };
 
+// Who logs that a configuration request, a probe most likely, found nobody: an unsupported request where the port
+// itself ends it, a received master abort where the completion comes from below.
+enum class ProbeLogging { None, RootPorts, All };
+
 struct PcieSettings {
     bool IsDefault = true;  // the default hierarchy, whatever Ports holds
     std::vector<PciePortSetting> Ports;
     std::optional<PciDumpSetting> Dump;
+    ProbeLogging Probes = ProbeLogging::RootPorts;
     std::uint64_t LinkTraining = 0;  // microseconds that a link needs to come up again
 };
 

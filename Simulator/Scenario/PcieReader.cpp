@@ -213,6 +213,8 @@ constexpr YamlKey<PciDumpSetting> DumpKeys[] = {
     {"reporting", ReadBool<PciDumpSetting, &PciDumpSetting::Reporting>},
 };
 
+constexpr std::string_view ProbeNames[] = {"none", "root-ports", "all"};
+
 constexpr YamlKey<PcieSettings> PcieKeys[] = {
     {"ports",
      [](const YamlValue& V, PcieSettings& S) {
@@ -226,6 +228,8 @@ constexpr YamlKey<PcieSettings> PcieKeys[] = {
          }
      }},
     {"dump", [](const YamlValue& V, PcieSettings& S) { ReadKeys<PciDumpSetting>(V, DumpKeys, S.Dump.emplace()); }},
+    {"probe-logging",
+     [](const YamlValue& V, PcieSettings& S) { S.Probes = static_cast<ProbeLogging>(V.OneOf(ProbeNames)); }},
     {"link-training", [](const YamlValue& V, PcieSettings& S) { S.LinkTraining = V.Duration(); }},
 };
 

@@ -16,6 +16,7 @@ TEST(PcieScenario, EveryKeyOfAFunctionReachesItsDescription) {
 machine:
   pcie:
     link-training: 5ms
+    probe-logging: all
     ports:
       - root-complex: 3
         port: 7
@@ -52,6 +53,7 @@ machine:
                                   .Machine.Pcie;
     EXPECT_FALSE(Pcie.IsDefault);
     EXPECT_EQ(Pcie.LinkTraining, 5000u);
+    EXPECT_EQ(Pcie.Probes, ProbeLogging::All);
     ASSERT_EQ(Pcie.Ports.size(), 1u);
     const PciePortSetting& Port = Pcie.Ports[0];
     EXPECT_EQ(Port.RootComplex, 3u);
