@@ -1,6 +1,8 @@
 // Header and section descriptors of a Common Platform Error Record (UEFI 2.10, N.2.1 and N.2.2).
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "Simulator/Decode/Sections.h"
 #include "Simulator/Journal/Journal.h"
 
@@ -50,9 +52,18 @@ constexpr SectionKind SectionKinds[] = {
     {"61EC04FC-48E6-D813-25C9-8DAA44750B12", "platform memory error 2", nullptr},
     {"C5753963-3B84-4095-BF78-EDDAD3F9C9DD", "PCI/PCI-X bus error", nullptr},
     {"EB5E4685-CA66-4769-B6A2-26068B001326", "PCI/PCI-X component error", nullptr},
-    {"80B9EFB4-52B5-4DE3-A777-68784B771048", "CXL protocol error", nullptr},
+    {"80B9EFB4-52B5-4DE3-A777-68784B771048", "CXL protocol error", DecodeCxlProtocolSection},
     {"81212A96-09ED-4996-9471-8D729C8E69ED", "firmware error", nullptr},
     {"5B51FEF7-C79D-4434-8F1B-AA62DE3E2C64", "DMA remapping error", nullptr},
+    // Event records of CXL devices: the bytes of the UUID stand in the order in which it is written.
+    {"770ACDFB-60C2-7F41-85A9-088B1621EBA6", "CXL general media event", DecodeCxlComponentSection},
+    {"B3CB1D60-069C-AB4E-B8AF-4E9BFB5C9624", "CXL DRAM event", DecodeCxlComponentSection},
+    {"757492FE-59DD-3943-A586-79BAB113B774", "CXL memory module event", DecodeCxlComponentSection},
+    {"403A1FE7-292D-9240-8A39-4D1C966C7C65", "CXL memory sparing event", DecodeCxlComponentSection},
+    {"7192CF77-029C-0B47-9FE4-BC7B75F2DA97", "CXL physical switch event", DecodeCxlComponentSection},
+    {"2564D240-9633-4D4C-A5DA-3D47263AF425", "CXL virtual switch event", DecodeCxlComponentSection},
+    {"6343C48D-960C-1047-B7BF-04BB99534C3F", "CXL MLD port event", DecodeCxlComponentSection},
+    {"A7AF95CA-83F1-1840-8C2F-95268E101A2A", "CXL dynamic capacity event", DecodeCxlComponentSection},
 };
 
 template <class Row, std::size_t Count>
@@ -111,12 +122,19 @@ DecodedItem DecodeOneSection(Bytes Record, std::size_t DescriptorOffset) {
     const std::string Type = Descriptor.Guid(16);
     const SectionKind* Kind = FindGuid(SectionKinds, Type);
     const std::uint64_t Severity = Descriptor.Number(48, 4);
-    const Bytes Body = ByteReader(Record, "record").Range(Offset, Length);
+    // A CXL protocol section may claim room for registers that were not captured.
+    const bool IsOpenEnded = Kind && Kind->Decode == DecodeCxlProtocolSection && Offset <= Record.size();
+    const std::uint64_t Held = IsOpenEnded ? std::min<std::uint64_t>(Length, Record.size() - Offset) : Length;
+    const Bytes Body = ByteReader(Record, "record").Range(Offset, Held);
 
     DecodedItem Item{"section", "", "", {}};
     Item.Parts = {
         {"offset", Hex(Offset), fmt::format("byte {}", Offset), {}},
-        {"length", Hex(Length), fmt::format("{} bytes", Length), {}},
+        {"length",
+         Hex(Length),
+         Held < Length ? fmt::format("{} bytes, of which the record holds {}", Length, Held)
+                       : fmt::format("{} bytes", Length),
+         {}},
         {"revision", fmt::format("0x{:04X}", Descriptor.Number(8, 2)), "", {}},
         {"valid", Hex(Valid), FlagWords(DescriptorValid, Valid), {}},
         {"flags", Hex(Descriptor.Number(12, 4)), FlagWords(DescriptorFlags, Descriptor.Number(12, 4)), {}},

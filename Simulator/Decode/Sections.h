@@ -11,6 +11,9 @@ std::vector<DecodedItem> DecodeProcessorSection(Bytes Section);
 std::vector<DecodedItem> DecodeMemorySection(Bytes Section);
 // PCI Express error section (UEFI 2.10, N.2.7).
 std::vector<DecodedItem> DecodePcieSection(Bytes Section);
+// CXL protocol error and component event sections (UEFI 2.10, N.2.13 and N.2.14).
+std::vector<DecodedItem> DecodeCxlProtocolSection(Bytes Section);
+std::vector<DecodedItem> DecodeCxlComponentSection(Bytes Section);
 
 // A register of the machine-check bank whose block of MSRs holds this address, with its bits in words. Empty name
 // for an MSR outside the banks.

@@ -176,6 +176,44 @@ TEST(CperDecode, MemoryAndPcieSections) {
     EXPECT_FALSE(Port.contains("capability"));
 }
 
+TEST(CperDecode, CxlSections) {
+    // A root port with a DVSEC of 32 and an error log of 536 bytes; the descriptor claims more than the record holds.
+    std::vector<std::uint8_t> Record = Front("B4 EF B9 80 B5 52 E3 4D A7 77 68 78 4B 77 10 48", 116 + 32 + 536);
+    Put(Record, 132, "C8 02");
+    Put(Record, 200, "6F 00 00 00 00 00 00 00 05");
+    Put(Record, 216, "01 0A 4E 02 00");
+    Put(Record, 224, "34 12 CD AB 00 00 00 00 04 06 18 00");
+    Put(Record, 240, "88 77 66 55 44 33 22 11");
+    Put(Record, 308, "20 00 18 02");
+    Put(Record, 316, "23 00 01 00");
+    Put(Record, 348, "00 04 00 00 02 00 00 00 03 00 00 00");
+    Put(Record, 348 + 0x18, "DE AD");
+    Json Section = ToJson(DecodeCper(Record))["section"];
+    EXPECT_EQ(Meaning(Section["length"]), "712 bytes, of which the record holds 684");
+    const Json Port = Section["body"];
+    EXPECT_EQ(Meaning(Port["agent-type"]), "root port");
+    EXPECT_EQ(Port["agent-address"], "0002:4E:0A.1");
+    EXPECT_EQ(Port["vendor"], "0x1234");
+    EXPECT_EQ(Port["slot"], "0x18");
+    EXPECT_EQ(Port["serial-number"], "0x1122334455667788");
+    EXPECT_TRUE(Port["dvsec"].get<std::string>().starts_with("23 00 01 00"));
+    EXPECT_FALSE(Port.contains("capability"));
+    EXPECT_EQ(Port["error-log"]["uncorrectable-status"], "0x400");
+    EXPECT_EQ(Port["error-log"]["uncorrectable-severity"], "0x3");
+    EXPECT_TRUE(Port["error-log"]["header-log"].get<std::string>().starts_with("DE AD 00"));
+
+    Record = Front("60 1D CB B3 9C 06 4E AB B8 AF 4E 9B FB 5C 96 24", 160);
+    Put(Record, 204, "05 00 00 00 00 00 00 00 34 12 CD AB 01 0A 4E 02 00 18 00");
+    Put(Record, 232, "60 1D CB B3 9C 06 4E AB B8 AF 4E 9B FB 5C 96 24 80 06 00 00 01 A0");
+    Put(Record, 232 + 0x30, "77");
+    Section = ToJson(DecodeCper(Record))["section"];
+    EXPECT_EQ(Meaning(Section["type"]), "CXL DRAM event");
+    EXPECT_EQ(Section["body"]["device-id"], "0002:4E:0A.1");
+    EXPECT_EQ(Meaning(Section["body"]["event"]["severity"]), "failure");
+    EXPECT_EQ(Section["body"]["event"]["handle"], "0xA001");
+    EXPECT_TRUE(Section["body"]["event"]["data"].get<std::string>().starts_with("77 00"));
+}
+
 TEST(CperDecode, BrokenRecordsSayWhere) {
     const std::vector<std::uint8_t> Whole = ProcessorRecord("B3 F8 F3 1C B1 C5 A2 49 AA 59 5E EF 92 FF A6 3C", "FF");
     // However short a record is cut, it is refused and nothing beyond it is read.
