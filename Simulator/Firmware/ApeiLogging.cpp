@@ -17,6 +17,7 @@ namespace {
 constexpr std::size_t STATUS_BLOCK_CAPACITY = 65536;
 constexpr unsigned SCRATCH_3_REGISTER = 0x74;          // of segment 0, bus 0, device 0, function 0
 constexpr std::uint32_t SCI_CAUSE_MASK = 0x70000000;   // its bits for the cause
+constexpr std::uint32_t SCI_CONTAINMENT = 0x40000000;  // of them: ports are contained
 constexpr std::uint64_t SOFTWARE_SCI_EVENT = 1 << 22;  // in both of the FCH's software SCI registers
 
 }  // namespace
@@ -114,7 +115,9 @@ void ApeiLogging::OperatingSystemRuns() {
     }
     Signalled = false;
     if (PciFunction* Host = Hardware.Pci().Find({0, 0, 0, 0})) {
-        Host->Poke(SCRATCH_3_REGISTER, 4, Host->Peek(SCRATCH_3_REGISTER, 4) & ~SCI_CAUSE_MASK);
+        const std::uint32_t Scratch = Host->Peek(SCRATCH_3_REGISTER, 4);
+        ContainmentTold = ContainmentTold || (Scratch & SCI_CONTAINMENT) != 0;
+        Host->Poke(SCRATCH_3_REGISTER, 4, Scratch & ~SCI_CAUSE_MASK);
     }
     MmioSpace& Mmio = Hardware.Mmio();
     Mmio.Write(FCH_SMI_SOFTWARE_SCI_DATA, 4, *Mmio.Read(FCH_SMI_SOFTWARE_SCI_DATA, 4) & ~SOFTWARE_SCI_EVENT);

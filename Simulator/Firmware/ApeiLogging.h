@@ -32,6 +32,11 @@ class ApeiLogging {
     // The OS runs again: where it was signalled it reads the block, and lets go of it if it acknowledges.
     void OperatingSystemRuns();
 
+    // Whether the OS was interrupted for a contained port since this was last asked.
+    bool TakeContainmentInterrupt() {
+        return std::exchange(ContainmentTold, false);
+    }
+
     // Every record that entered the block, in order.
     const std::vector<std::vector<std::uint8_t>>& LoggedRecords() const {
         return Logged;
@@ -58,6 +63,7 @@ class ApeiLogging {
     std::unique_ptr<SharedErrorSource> RunningOs;  // nullptr: the OS is the model's own
     bool WithOs = false;                           // read but not acknowledged
     bool Signalled = false;
+    bool ContainmentTold = false;
     std::vector<std::uint8_t> LastRead;
     std::vector<std::vector<std::uint8_t>> Logged;
 };

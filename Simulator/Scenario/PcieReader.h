@@ -21,6 +21,10 @@ void ReadPcieConfig(const YamlValue& Value, const Configuration& Machine, Step& 
 void ReadPcieSlot(const YamlValue& Value, const Configuration& Machine, Step& Into);
 void ReadPcieLink(const YamlValue& Value, const Configuration& Machine, Step& Into);
 void ReadPcieDeath(const YamlValue& Value, const Configuration& Machine, Step& Into);
+void ReadOsDsm(const YamlValue& Value, const Configuration& Machine, Step& Into);
+void ReadOsEdr(const YamlValue& Value, const Configuration& Machine, Step& Into);
+void ReadOsOst(const YamlValue& Value, const Configuration& Machine, Step& Into);
+void ReadDpcBuffer(const YamlValue& Value, const Configuration& Machine, Step& Into);
 void ReadSmn(const YamlValue& Value, const Configuration& Machine, Step& Into);
 
 }  // namespace Simulator
