@@ -132,7 +132,8 @@ TEST(CxlCapture, WithoutRegistersTheGroupStaysEmpty) {
         EXPECT_TRUE(Machine.Traced(std::string("VornElogGetCxlDeviceState: SBDF 0000:1F:00.0 ") + Case.Text))
             << Case.What;
     }
-    EXPECT_EQ(VornElogGetCxlDeviceState(0, 0, 0, 0, nullptr), EFI_INVALID_PARAMETER);
+    const CxlMachine Machine;
+    EXPECT_EQ(Machine.Capture(nullptr), EFI_INVALID_PARAMETER);
 }
 
 TEST(CxlCapture, WhatADeviceMisplacesIsNotUsed) {
