@@ -60,7 +60,7 @@ std::vector<PciAddress> DpcOperatingSystem::ServeInterrupt(Clears What) {
         return Notified;
     }
     for (DPC_TRIGGER_ENTRY& One : Area.DPC_Triggered) {
-        if (One.Flag == 1 && EdrStatus::EdrSent::Get(One.EDRStatus) == 0) {
+        if (One.Flag == 1 && EdrStatus::EdrSent::Get(One.EDRStatus) == 0 && IsRequested(PortOf(One))) {
             One.EDRStatus = EdrStatus::EdrSent::Set(One.EDRStatus, 1);
             Notified.push_back(PortOf(One));
         }
@@ -104,6 +104,13 @@ bool DpcOperatingSystem::ReportOutcome(const PciAddress& Port, std::uint8_t Stat
         *Entry = {};
     }
     return true;
+}
+
+bool DpcOperatingSystem::IsRequested(const PciAddress& Port) const {
+    const DPC_AWARE_OS_ENTRY Wanted = AwareEntry(Port);
+    return std::ranges::any_of(Area.DpcAwareOs, [&](const DPC_AWARE_OS_ENTRY& One) {
+        return One.Bdf == Wanted.Bdf && One.Segment == Wanted.Segment;
+    });
 }
 
 DPC_TRIGGER_ENTRY* DpcOperatingSystem::Find(const PciAddress& Port) {

@@ -24,7 +24,8 @@ class DpcOperatingSystem {
     // What the OS clears at a port that it was notified of: nothing, the trigger status, or errors and all.
     enum class Clears { Nothing, Trigger, Everything };
     // The ACPI code serves the SCI about containment, if it was raised since it last did: every port in use that the
-    // OS has not heard of gets its notification, and the OS sets about recovering it. The ports that were notified.
+    // OS has asked for and not heard of gets its notification, and the OS sets about recovering it. The ports that
+    // were notified.
     std::vector<PciAddress> ServeInterrupt(Clears What);
     void Recover(const PciAddress& Port, Clears What);
 
@@ -42,6 +43,7 @@ class DpcOperatingSystem {
 
  private:
     EFI_STATUS RaiseSmi(std::uint8_t Value);
+    bool IsRequested(const PciAddress& Port) const;
     DPC_TRIGGER_ENTRY* Find(const PciAddress& Port);
     bool IsContained(const PciAddress& Port);
 
