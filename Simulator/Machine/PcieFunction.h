@@ -158,9 +158,10 @@ class PcieFunction : public PciFunction {
         unsigned Index = 0;
         std::uint64_t Size = 0;
         MmioDevice* Device = nullptr;
+        std::uint64_t AssignedBase = 0;  // by the boot firmware, whose bridge windows lead there
     };
     void MapBar(unsigned Index, std::uint64_t Size, MmioDevice& Device) {
-        Mapped.push_back({Index, Size, &Device});
+        Mapped.push_back({Index, Size, &Device, BarBase(Index)});
     }
     const std::vector<MappedBar>& MappedBars() const {
         return Mapped;
