@@ -77,44 +77,4 @@ TEST_F(CommunicationBuffer, LiesOutsideSmramAndWhenAskedInsideOneRegion) {
                                    "Length (0x2)\n"));
 }
 
-TEST_F(CommunicationBuffer, MitigationFollowsTheSetupAttributeAtTheEndOfDxe) {
-    ASSERT_NE(Smst.Notified, nullptr);
-    VornSmmSecurityMitigationEnabled = TRUE;
-    EXPECT_EQ(Smst.Notified(nullptr, nullptr, nullptr), EFI_NOT_FOUND) << "no attribute store";
-    EXPECT_EQ(VornSmmSecurityMitigationEnabled, FALSE);
-
-    const VORN_ATTRIBUTE_SMM_PROTOCOL Store{nullptr, ReadStored};
-    Smst.Install(gVornAttributeSmmProtocolGuid, &Store);
-    const struct {
-        std::u16string Value;
-        EFI_STATUS Status;
-        BOOLEAN Enabled;
-    } Cases[] = {
-        {{u"Enabled", 8}, EFI_SUCCESS, TRUE},
-        {{u"Enabled", 7}, EFI_SUCCESS, TRUE},  // the zeroed buffer ends the text
-        {u"enabled", EFI_SUCCESS, FALSE},
-        {u"EnabledX", EFI_SUCCESS, FALSE},
-        {u"", EFI_SUCCESS, FALSE},
-        {std::u16string(31, u'E'), EFI_SUCCESS, FALSE},  // fills the buffer without an end
-        {u"Enabled", EFI_BUFFER_TOO_SMALL, FALSE},
-    };
-    for (const auto& Case : Cases) {
-        StoredValue = Case.Value;
-        StoreStatus = Case.Status;
-        VornSmmSecurityMitigationEnabled = Case.Enabled == FALSE ? TRUE : FALSE;
-        EXPECT_EQ(Smst.Notified(nullptr, nullptr, nullptr), Case.Status);
-        EXPECT_EQ(VornSmmSecurityMitigationEnabled, Case.Enabled);
-    }
-    EXPECT_EQ(SmmMemLibDestructor(nullptr, nullptr), EFI_SUCCESS);
-    EXPECT_EQ(Smst.Notified, nullptr);
-}
-
-TEST(CommunicationBufferWithoutMap, IsRefusedUntilTheMapIsKnown) {
-    Simulator::Configuration Settings;
-    Settings.Missing = {"gKyrSmmMemoryMapProtocolGuid"};
-    Simulator::Simulation Machine(Settings);
-    Machine.Boot();
-    EXPECT_EQ(SmmIsBufferOutsideSmmValid(0x10000, 1), FALSE);
-}
-
 }  // namespace

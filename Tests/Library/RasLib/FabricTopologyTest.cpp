@@ -111,29 +111,6 @@ TEST_F(FabricTopology, PhysicalIoHubIsFoundByItsIndexInTheSocket) {
     EXPECT_EQ(GetIndexByIomFromRbBusMap(&Made.Map, 0, 0, nullptr), EFI_INVALID_PARAMETER);
 }
 
-TEST(McaInstances, IndexFollowsFromTheBanksIpid) {
-    const struct {
-        UINT64 Ipid;
-        UINT8 Index;
-    } Cases[] = {
-        {0x0000009600050F00, 0},     // corrected DRAM error of a real machine
-        {0x0000009600650F00, 6},     // another
-        {0x0000009600A50F00, 10},    //
-        {0x0123009600B50F00, 11},    // the type does not matter
-        {0x0000009600C50F00, 0xFF},  // no such channel
-        {0x0000001813B17000, 0},     //
-        {0x000000181D617000, 3},     //
-        {0x000000461A5C0000, 2},     // not in the order of the instance IDs
-        {0x000000461ADC0000, 8},     //
-        {0x000000181A5C0000, 0xFF},  // an instance of another block
-        {0x000000B000A50F00, 0xFF},  // a core
-        {0x000000960000FFFF, 0xFF},  // the tables' end is no instance
-    };
-    for (const auto& Case : Cases) {
-        EXPECT_EQ(RasMcaIpidToInstanceIndex(Case.Ipid), Case.Index) << std::hex << Case.Ipid;
-    }
-}
-
 std::vector<UINTN> FabricReads;
 
 UINT32 ReadHandMadeFabric(UINTN Socket, UINTN Die, UINTN Function, UINTN Offset, UINTN Instance) {

@@ -6,23 +6,6 @@
 
 namespace {
 
-TEST(NbioPort, RegistersOfPcieCoresLieWhereTheHardwareHasThem) {
-    const IoHubMachine Machine;
-    struct Case {
-        UINT8 Iom, Core;
-        UINT32 Control, ErrorControl;
-    };
-    for (const Case& Test :
-         {Case{0, 0, 0x1A380040, 0x1A3401A8}, Case{1, 1, 0x1A480040, 0x1A4401A8}, Case{2, 2, 0x1A780040, 0x1A7401A8},
-          Case{3, 3, 0x1A880040, 0x1A8401A8}, Case{2, 5, 0x1AB80040, 0x1AB401A8}, Case{4, 0, 0x1A580040, 0x1A5401A8},
-          Case{5, 1, 0x1A680040, 0x1A6401A8}, Case{6, 2, 0x1A980040, 0x1A9401A8}, Case{7, 3, 0x1AA80040, 0x1AA401A8},
-          Case{7, 5, 0x1AD80040, 0x1AD401A8}, Case{0, 4, 0, 0}, Case{0, 6, 0, 0}, Case{0, 0xFF, 0, 0},
-          Case{8, 0, 0, 0}, Case{0xFF, 4, 0, 0}}) {
-        EXPECT_EQ(GetPcieCtrlSmnAddr(Test.Iom, Test.Core), Test.Control) << +Test.Iom << " " << +Test.Core;
-        EXPECT_EQ(GetPcieErrCtrlSmnAddr(Test.Iom, Test.Core), Test.ErrorControl) << +Test.Iom << " " << +Test.Core;
-    }
-}
-
 TEST(NbioPort, ARootPortIsFoundThroughFabricHubAndBridgeMap) {
     IoHubMachine Machine;
     struct Case {

@@ -37,12 +37,6 @@ TEST(PciSegments, FollowFromTheConfigurationBaseRegister) {
     }
 }
 
-TEST(PciSegments, PackedAddressesWiden) {
-    EXPECT_EQ(PciSegmentAddressOfPacked(0x1A5FFFFF), 0x10A5FFFFFu);
-    EXPECT_EQ(PciSegmentAddressOfPacked(0x0A508074), 0x0A508074u);
-    EXPECT_EQ(PciSegmentAddress(0x12, 0xA5, 0x1F, 7, 0xFFF), 0x120A5FFFFFu);
-}
-
 class PciAccess : public testing::Test {
  protected:
     PciAccess() : Machine(TwoSegments()) {
@@ -84,35 +78,6 @@ TEST_F(PciAccess, BufferReadsAreAlignedAndAsWideAsTheyCanBe) {
     std::array<UINT8, 8> Untouched{};
     EXPECT_EQ(PciSegmentReadBuffer(Device + 0xFFC, 5, Untouched.data()), 0u) << "crosses into the next function";
     EXPECT_EQ(PciSegmentReadBuffer(Device + 0xFFC, 4, Untouched.data()), 4u);
-}
-
-TEST_F(PciAccess, AbsentFunctionsAndSegmentsReadAllOnes) {
-    for (const UINT64 Absent : {PciSegmentAddress(0, 0, 0x1F, 7, 0), PciSegmentAddress(7, 0, 0, 0, 0)}) {
-        PciSegmentWrite8(Absent, 0);
-        PciSegmentWrite16(Absent, 0);
-        PciSegmentWrite32(Absent, 0);
-        EXPECT_EQ(PciSegmentRead8(Absent), 0xFF);
-        EXPECT_EQ(PciSegmentRead16(Absent), 0xFFFF);
-        EXPECT_EQ(PciSegmentRead32(Absent), 0xFFFFFFFFu);
-    }
-}
-
-TEST_F(PciAccess, SmnGoesThroughTheRootComplexOfSegmentAndBus) {
-    constexpr UINT32 REGISTER = 0x13B20040;
-    // The second root complex of each socket: bus 0x40 of segments 0 and 1.
-    Machine.Machine().SmnOf(1).Map(REGISTER, 0x11111111);
-    Machine.Machine().SmnOf(5).Map(REGISTER, 0x22222222);
-    UINT32 Value = 0;
-    RasSmnRead(0x40, REGISTER, &Value);
-    EXPECT_EQ(Value, 0x11111111u);
-    RasSmnRead(SmnSegBus(1, 0x40), REGISTER, &Value);
-    EXPECT_EQ(Value, 0x22222222u);
-    RasSmnRW(0x140, REGISTER, 0xFFFF0000, 0x0000ABCD);
-    EXPECT_EQ(Machine.Machine().SmnOf(5).Read(REGISTER), 0x2222ABCDu);
-    Value = 0x33333333;
-    RasSmnWrite(0x40, REGISTER, &Value);
-    EXPECT_EQ(Machine.Machine().SmnOf(1).Read(REGISTER), 0x33333333u);
-    EXPECT_EQ(Machine.Machine().SmnOf(5).Read(REGISTER), 0x2222ABCDu);
 }
 
 }  // namespace

@@ -98,16 +98,6 @@ TEST(TraceLines, CarryPrefixAndNameAndAreCutAt255) {
     EXPECT_THAT(Machine.TraceLog(), HasSubstr(Formatted("[SMM] APIC 0x%02x S01:C03:T01 > ", ApicId)));
 }
 
-TEST(TraceLines, HaveNoPrefixWithoutAProcessorTable) {
-    Simulator::Configuration Settings;
-    Settings.Missing = {"gEfiSmmCpuServiceProtocolGuid"};
-    Simulator::Simulation Machine(Settings);
-    Machine.Boot();
-    Trace(DEBUG_ERROR, "%a: bare\n");
-    EXPECT_THAT(Machine.TraceLog(), HasSubstr("\nTestBody: bare\n"));
-    EXPECT_THAT(Machine.TraceLog(), Not(HasSubstr("[SMM]")));
-}
-
 TEST(Assertions, PrintStatusPlaceAndConditionAndGoOn) {
     Simulator::Simulation Machine({});
     Machine.Boot();

@@ -139,45 +139,4 @@ const GoldenCase GoldenCases[] = {
 INSTANTIATE_TEST_SUITE_P(EachError, GoldenMemoryRecord, testing::ValuesIn(GoldenCases),
                          [](const testing::TestParamInfo<GoldenCase>& Info) { return Info.param.Name; });
 
-TEST(MemorySection, GoesWithoutHandlesUntilSmbiosDataIsHandedOver) {
-    Simulator::Simulation Machine(WithClock());
-    Machine.Boot();
-    const RasMcaErrorInfo Scan = ScanWith(0x942040000000011B);
-    const DIMM_INFO Dimm = DimmWith(1, 1);
-    std::vector<std::uint8_t> Record(RECORD_LENGTH);
-    EXPECT_EQ(EFI_SUCCESS, VornCperCreateMemory(DEBUG_VERBOSE, &Scan, BANK_INDEX, SYSTEM_ADDRESS, &ADDRESS, &Dimm,
-                                                FALSE, RECORD_LENGTH, reinterpret_cast<CPER_RECORD*>(Record.data())));
-    EXPECT_EQ("3F C2 1C 00 00 00 00 00", HexText(Record.data() + 200, 8));
-    EXPECT_EQ("00 00 00 00", HexText(Record.data() + 276, 4));
-}
-
-TEST(MemorySection, RefusesBadArgumentsBeforeItWrites) {
-    Simulator::Simulation Machine(WithClock());
-    const RasMcaErrorInfo Scan = ScanWith(0x942040000000011B);
-    const DIMM_INFO Dimm = DimmWith(1, 1);
-    std::vector<std::uint8_t> Record(RECORD_LENGTH, 0xCC);
-    auto* const Cper = reinterpret_cast<CPER_RECORD*>(Record.data());
-    const struct {
-        const RasMcaErrorInfo* Scan;
-        UINT32 BankIndex;
-        const NORMALIZED_ADDRESS* Address;
-        const DIMM_INFO* Dimm;
-        UINT64 Length;
-        CPER_RECORD* Cper;
-        EFI_STATUS Status;
-    } Cases[] = {
-        {nullptr, BANK_INDEX, &ADDRESS, &Dimm, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&Scan, BANK_INDEX, nullptr, &Dimm, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&Scan, BANK_INDEX, &ADDRESS, nullptr, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&Scan, BANK_INDEX, &ADDRESS, &Dimm, RECORD_LENGTH, nullptr, EFI_INVALID_PARAMETER},
-        {&Scan, 64, &ADDRESS, &Dimm, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&Scan, BANK_INDEX, &ADDRESS, &Dimm, RECORD_LENGTH - 1, Cper, EFI_BUFFER_TOO_SMALL},
-    };
-    for (const auto& Case : Cases) {
-        EXPECT_EQ(Case.Status, VornCperCreateMemory(DEBUG_VERBOSE, Case.Scan, Case.BankIndex, SYSTEM_ADDRESS,
-                                                    Case.Address, Case.Dimm, FALSE, Case.Length, Case.Cper));
-    }
-    EXPECT_EQ(std::vector<std::uint8_t>(RECORD_LENGTH, 0xCC), Record);
-}
-
 }  // namespace

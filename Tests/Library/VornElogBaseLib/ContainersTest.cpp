@@ -103,16 +103,6 @@ TEST_F(Containers, RingKeepsTheNewestAndOneFreeSlot) {
     EXPECT_TRUE(Ring.GuardIntact());
 }
 
-TEST_F(Containers, RingOfOneSlotIsFullAndEmptyAtOnce) {
-    Laid<CIRCULAR_BUFFER> Ring(1);
-    CircularBufferClear(Ring.Header());
-    const Element One{1, {}};
-    EXPECT_EQ(CircularBufferAddElement(Ring.Header(), &One), TRUE);
-    EXPECT_EQ(CircularBufferIsEmpty(Ring.Header()), TRUE);
-    EXPECT_EQ(CircularBufferIsFull(Ring.Header()), TRUE);
-    EXPECT_TRUE(Ring.GuardIntact());
-}
-
 std::string Text(const void* pData) {
     return static_cast<const char*>(pData);
 }
@@ -171,20 +161,6 @@ TEST_F(Containers, QueueAddWithoutMemoryLeavesTheQueueAsItWas) {
         EXPECT_EQ(Text(Queue.pTail->pData), "c");
         EXPECT_EQ(Queue.NumElements, Case.Filled ? 2u : 1u);
     }
-}
-
-TEST_F(Containers, FailedReleasesShowInTheStatusAndStopNothing) {
-    QUEUE Queue{};
-    for (const char* Data : {"a", "b", "c"}) {
-        ASSERT_EQ(QueueAdd(&Queue, Data, 2), EFI_SUCCESS);
-    }
-    Smst.FailFree = 1;
-    EXPECT_EQ(QueueRemove(&Queue), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Queue.NumElements, 2u);
-    Smst.FailFree = 2;
-    EXPECT_EQ(QueueClear(&Queue), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(QueueIsEmpty(&Queue), TRUE);
-    EXPECT_EQ(Smst.Blocks.size(), 2u) << "the two that were refused";
 }
 
 TEST_F(Containers, NullIsRefusedEverywhere) {

@@ -44,32 +44,4 @@ TEST(OperatingModes, FollowFromManufacturingModeAndSetup) {
     }
 }
 
-TEST(OperatingModes, LevelsAreInformationalAndGoToNoNullPointer) {
-    Simulator::Simulation Machine({});
-    ASSERT_EQ(Machine.Boot(), EFI_SUCCESS);
-    UINT32 Mode = 0;
-    UINT64 Levels[3] = {};
-    EXPECT_EQ(VornElogGetOperatingModeData(&Mode, &Levels[0], &Levels[1], &Levels[2]), EFI_SUCCESS);
-    EXPECT_EQ(Mode, 1u);
-    EXPECT_THAT(Levels, testing::Each(0x40));
-
-    for (int Null = 0; Null < 4; Null++) {
-        UINT64 Kept[3] = {7, 7, 7};
-        UINT32 KeptMode = 7;
-        UINT64* Pointers[3] = {&Kept[0], &Kept[1], &Kept[2]};
-        if (Null < 3) {
-            Pointers[Null] = nullptr;
-            VornElogGetSerialDebugLevels(Pointers[0], Pointers[1], Pointers[2]);
-            VornElogCxlChipsetHooksLibGetSerialDebugLevels(Pointers[0], Pointers[1], Pointers[2]);
-        }
-        EXPECT_EQ(
-            VornElogGetOperatingModeData(Null == 3 ? nullptr : &KeptMode, Pointers[0], Pointers[1], Pointers[2]),
-            EFI_INVALID_PARAMETER);
-        EXPECT_EQ(KeptMode, 7u);
-        if (Null < 3) {
-            EXPECT_THAT(Kept, testing::Each(7));
-        }
-    }
-}
-
 }  // namespace

@@ -34,33 +34,6 @@ class PciConfiguration : public testing::Test {
     std::size_t Seen = 0;
 };
 
-TEST_F(PciConfiguration, PresenceIsTheVendorId) {
-    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), FALSE);
-    EXPECT_EQ(VornCheckDevicePresent(0x7F, BUS, DEV, FUNC), FALSE);
-    Lay(0x1234FFFF);
-    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), FALSE);
-    Lay(0xFFFF1234);
-    Machine->ResetAccesses();
-    EXPECT_EQ(VornCheckDevicePresent(SEG, BUS, DEV, FUNC), TRUE);
-    EXPECT_EQ(Machine->Accesses().PciReads, 1u);
-}
-
-TEST_F(PciConfiguration, HeaderIsCopiedWhole) {
-    const LaidFunction Function = Lay();
-    std::array<UINT8, PCI_HEADER_SIZE + 2> Buffer;
-    Buffer.fill(0xEE);
-    for (unsigned Offset = 0; Offset < 0x80; Offset++) {
-        Function.Function.Poke(Offset, 1, Offset + 1);
-    }
-    EXPECT_EQ(VornGetPciHeader(SEG, BUS, DEV, FUNC, Buffer.data()), EFI_SUCCESS);
-    std::array<UINT8, PCI_HEADER_SIZE + 2> Expected;
-    std::iota(Expected.begin(), Expected.end(), UINT8{1});
-    Expected[64] = Expected[65] = 0xEE;
-    EXPECT_EQ(Buffer, Expected);
-    EXPECT_EQ(VornGetPciHeader(SEG, BUS, DEV, FUNC, nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_TRUE(Traced("VornGetPciHeader: ERROR pPciHeaderPtr == NULL on entry, aborting...\n"));
-}
-
 struct Entry {
     unsigned Offset;
     std::uint16_t Id;
@@ -198,35 +171,6 @@ TEST_F(PciConfiguration, StructuresAreCopied) {
     EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 8, nullptr, Buffer.data()),
               EFI_INVALID_PARAMETER);
     EXPECT_EQ(VornGetPcieExtendedCapabilityStructure(SEG, BUS, DEV, FUNC, 0x2C, 8, &ExtendedOffset, nullptr),
-              EFI_INVALID_PARAMETER);
-}
-
-TEST_F(PciConfiguration, VendorSpecificCapabilities) {
-    LaidFunction Function = Lay();
-    Function.Extended(0x100, 0x01, 0x200).Put(0x104, 4, 0x01030009);
-    Function.Extended(0x200, 0x0B, 0x300).Put(0x204, 4, 0x01820003);
-    Function.Extended(0x300, 0x0B, 0x400).Put(0x304, 4, 0x7FF50009);
-    Function.Extended(0x400, 0x0B, 0).Put(0x404, 4, 0x01060009);
-    UINT16 Offset = 1;
-    UINT16 Revision = 1;
-    UINT16 Length = 1;
-    EXPECT_EQ(
-        VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 0x0009, &Offset, &Revision, &Length),
-        EFI_SUCCESS);
-    EXPECT_EQ(Offset, 0x300u);
-    EXPECT_EQ(Revision, 5u);
-    EXPECT_EQ(Length, 0x7FFu);
-    EXPECT_EQ(
-        VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 0x0004, &Offset, &Revision, &Length),
-        EFI_NOT_FOUND);
-    EXPECT_EQ(Offset, 0u);
-    EXPECT_EQ(Revision, 0xFFFFu);
-    EXPECT_EQ(Length, 0xFFFFu);
-    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, nullptr, &Revision, &Length),
-              EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, &Offset, nullptr, &Length),
-              EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornGetPcieExtendedCapabilityOffsetVendorSpecific(SEG, BUS, DEV, FUNC, 3, &Offset, &Revision, nullptr),
               EFI_INVALID_PARAMETER);
 }
 

@@ -183,20 +183,6 @@ TEST_F(AddressTranslation, LetsTheServiceTranslateADramAddress) {
     EXPECT_EQ(Untouched, Result());
 }
 
-TEST_F(AddressTranslation, RefusesBadArguments) {
-    Bank.McaStatus = VAL;
-    Bank.McaIpid = UMC6;
-    EXPECT_EQ(EFI_INVALID_PARAMETER, TranslateToNormalizedAddress(nullptr, 0, DramToNormalized, &Address));
-    EXPECT_EQ(EFI_INVALID_PARAMETER, TranslateToNormalizedAddress(&Scan, 64, DramToNormalized, &Address));
-    EXPECT_EQ(EFI_INVALID_PARAMETER, TranslateToNormalizedAddress(&Scan, BANK_INDEX, nullptr, &Address));
-    EXPECT_EQ(EFI_INVALID_PARAMETER, TranslateToNormalizedAddress(&Scan, BANK_INDEX, DramToNormalized, nullptr));
-
-    EXPECT_EQ(EFI_INVALID_PARAMETER, VornUmcDisplayNormalizedAddressInfo(nullptr));
-    Address = {0x123456789A, 1, 0, 11, {}};
-    EXPECT_EQ(EFI_SUCCESS, VornUmcDisplayNormalizedAddressInfo(&Address));
-    EXPECT_THAT(Machine.TraceLog(), testing::HasSubstr("0x000000123456789a Socket 1 Die 0 UmcChannel 11\n"));
-}
-
 TEST_F(AddressTranslation, TellsTheBankAddressBitsOfEachChipSelect) {
     // Rows: register bits 21:20; columns: bits 3:2.
     constexpr UINT8 Expected[4][4] = {{3, 2, 2, 0}, {4, 3, 2, 2}, {5, 4, 3, 2}, {6, 5, 4, 3}};

@@ -129,38 +129,6 @@ TEST_F(DimmLocation, KnowsLabelsAndFruTextsOfTheDimmsInItsTable) {
     EXPECT_EQ(0u, Services.LiveBlocks);
 }
 
-TEST_F(DimmLocation, FruTextNeedsRoomForTheLabelsFirstCharacter) {
-    ASSERT_EQ(EFI_SUCCESS, BuildDimmMappingTable(&Array, DEBUG_INIT));
-    const struct {
-        UINTN Size;
-        EFI_STATUS Status;
-        std::string Text;  // what the buffer of "-" holds then
-        const char* Message;
-    } Cases[] = {
-        {0, EFI_INVALID_PARAMETER, "--------", "copying DIMM FRU string prefix\n"},
-        {5, EFI_BUFFER_TOO_SMALL, "--------", "copying DIMM FRU string prefix\n"},
-        {6, EFI_BUFFER_TOO_SMALL, "DIMM_", "copying DIMM FRU string DIMM number\n"},
-        {7, EFI_SUCCESS, "DIMM_A", ""},
-        {8, EFI_SUCCESS, "DIMM_A1", ""},
-    };
-    for (const auto& Case : Cases) {
-        CHAR8 FruText[9] = "--------";
-        EXPECT_EQ(Case.Status, VornGetDimmFruInfo(0, 0, 0, Case.Size, FruText));
-        EXPECT_EQ(Case.Text, FruText);
-        EXPECT_THAT(Machine.TraceLog(), testing::HasSubstr(Case.Message));
-        EXPECT_EQ(1u, Services.LiveBlocks);
-    }
-    CHAR8 FruText[20];
-    EXPECT_EQ(EFI_INVALID_PARAMETER, VornGetDimmFruInfo(0, 0, 0, 20, nullptr));
-    EXPECT_EQ(EFI_INVALID_PARAMETER, VornGetDimmLocationString(0, 0, 0, nullptr));
-    Services.FailAllocation = 1;
-    EXPECT_EQ(EFI_OUT_OF_RESOURCES, VornGetDimmFruInfo(0, 0, 0, 20, FruText));
-    Services.FailFree = 1;
-    EXPECT_EQ(EFI_SUCCESS, VornGetDimmFruInfo(0, 0, 0, 20, FruText)) << "the text is whole";
-    EXPECT_STREQ("DIMM_A1", FruText);
-    EXPECT_THAT(Machine.TraceLog(), testing::HasSubstr("from SmmFreePool for pAsciiDimmLocationString\n"));
-}
-
 TEST_F(DimmLocation, FindsTheSlotOfADimm) {
     // Slots 1 and 2 are skipped; slot 4 is a second one of slot 3's place.
     Slots = {Slot(0, 0, 0), Slot(1, 11, 1), Slot(1, 11, 1), Slot(1, 11, 1), Slot(1, 11, 1)};

@@ -25,12 +25,6 @@ PCI_SLOT_NUMBER_DATA Drive(UINT8 BayId, UINT8 SlotId) {
     return Data;
 }
 
-TEST_F(VornElogChipset, AMemoryEventSaysItsMessageIdentifier) {
-    mPrivateDataVornElogIpmi.SerDbgLevel = DEBUG_INFO;
-    ElogLogMemoryEvent(19, 0x34, 2, 3);
-    EXPECT_NE(std::string::npos, Machine.TraceLog().find("MEM5104"));
-}
-
 TEST_F(VornElogChipset, BodiesOfEveryBuilder) {
     ASSERT_EQ(EFI_SUCCESS, VornELogIpmiLibConstructor(nullptr, nullptr));
     const PCI_SLOT_NUMBER_DATA Slot0x107 = Slot(0x107);
@@ -193,59 +187,6 @@ TEST_F(VornElogChipset, ABanksRegistersAreSentWhereTheyHoldSomething) {
         }
         EXPECT_EQ(Case.Registers, Registers) << std::hex << Case.McaStatus << " " << Case.McaIpid;
     }
-}
-
-TEST_F(VornElogChipset, ClassesAndSeveritiesOfPcieEvents) {
-    PCI_SLOT_NUMBER_DATA Unknown = Drive(1, 1);
-    Unknown.Valid = FALSE;
-    const PCI_SLOT_NUMBER_DATA Other = Slot(4), Nvme = Drive(1, 1);
-    struct {
-        UINT32 IsCxl;
-        const PCI_SLOT_NUMBER_DATA* Slot;
-        UINT32 EventType;
-    } Classes[] = {{0, &Unknown, 1}, {1, &Unknown, 4}, {0, &Other, 0}, {1, &Other, 3},
-                   {0, &Nvme, 2},    {1, &Nvme, 5},    {2, &Nvme, 2},  {0, nullptr, 99}};
-    for (const auto& Case : Classes) {
-        UINT32 EventType = 99;
-        ElogGetPcieEventType(Case.IsCxl, Case.Slot, &EventType);
-        EXPECT_EQ(Case.EventType, EventType);
-    }
-    const std::pair<UINT32, UINT32> Severities[] = {{0, 3}, {1, 3}, {2, 2}, {3, 255}, {0xFFFF, 255}};
-    for (const auto& [CperSeverity, Expected] : Severities) {
-        UINT32 Severity = 99;
-        ElogGetSelPcieEventSeverity(CperSeverity, &Severity);
-        EXPECT_EQ(Expected, Severity);
-    }
-    ElogGetPcieEventType(0, &Nvme, nullptr);
-    ElogGetSelPcieEventSeverity(0, nullptr);
-}
-
-TEST_F(VornElogChipset, MessagesOfPcieAndChipsetEvents) {
-    char Id[SEL_MESSAGE_ID_SIZE] = "before", Text[SEL_MESSAGE_TEXT_SIZE] = "before";
-    for (const auto& [EventType, Severity] : {std::pair<UINT32, UINT32>{6, 0}, {0, 4}, {0, SelSeverityNone}}) {
-        ElogGetPcieEventMessageString(EventType, Severity, Id, Text);
-    }
-    ElogGetChipsetEventMessageString(3, Id, Text);
-    EXPECT_STREQ("before", Id);
-    EXPECT_STREQ("before", Text);
-
-    struct {
-        UINT32 EventType, Severity;
-        std::string Id, Text;
-    } Cases[] = {{0, 0, "PCI3043", "PCIe DPC Event On Slot"},
-                 {1, 1, "CPU9000", "PCIe Informational Event On SBDF"},
-                 {2, 2, "PCI3038", "PCIe Correctable Error Event On SSD"},
-                 {3, 3, "Cxl1030", "CXL Fatal Error Event On Slot"},
-                 {4, 0, "CXL1002", "CXL DPC Event On SBDF"},
-                 {5, 2, "Cxl1021", "CXL Correctable Error Event On CMM"}};
-    for (const auto& Case : Cases) {
-        ElogGetPcieEventMessageString(Case.EventType, Case.Severity, Id, Text);
-        EXPECT_EQ(Case.Id, Id);
-        EXPECT_EQ(Case.Text, Text);
-    }
-    ElogGetChipsetEventMessageString(SelChipsetSeverityFatal, Id, Text);
-    EXPECT_STREQ("PCI3042", Id);
-    EXPECT_STREQ("Chipset Fatal Error", Text);
 }
 
 }  // namespace

@@ -7,26 +7,6 @@ namespace {
 
 const ELOG_SEL_DATA Event{1, 2, 3, 4, 5, 6};
 
-TEST_F(VornElogChipset, StoresThroughOneLocatedProtocol) {
-    ElogBmcData(&Event);
-    ElogBmcData(&Event);
-    EXPECT_EQ((Bodies{"01 02 03 04 05 06", "01 02 03 04 05 06"}), Take());
-    EXPECT_EQ(1u, Services.Locates);
-}
-
-TEST_F(VornElogChipset, DropsWhatItCannotStore) {
-    ElogBmcData(nullptr);
-    Services.Install(gVornElogIpmiSmmProtocolGuid, nullptr);
-    ElogBmcData(&Event);
-    EXPECT_EQ("", Calls);
-    // The protocol may come later; a failing member drops only its own event.
-    Services.Install(gVornElogIpmiSmmProtocolGuid, &Ipmi);
-    Failures["log"] = EFI_DEVICE_ERROR;
-    ElogBmcData(&Event);
-    ElogBmcData(&Event);
-    EXPECT_EQ("log log", Calls);
-}
-
 TEST_F(VornElogChipset, SendsTheStoreAndKeepsItUntilItWentOut) {
     struct {
         const char* Name;
@@ -81,18 +61,6 @@ TEST_F(VornElogChipset, TakesTheDimmMapWhileItStarts) {
         EXPECT_EQ(Case.Location, ElogGetDimmLocation(Case.Socket, Case.UmcChannel, Case.Dimm));
     }
     EXPECT_EQ(UINT32{ApplyPprTypeHard}, mPrivateDataVornElogIpmi.ApplyPprType);
-}
-
-TEST_F(VornElogChipset, StartsWithoutADimmMapButNotWithoutTheMemoryInterface) {
-    Failures["array"] = EFI_NOT_READY;
-    EXPECT_EQ(EFI_SUCCESS, VornELogIpmiLibConstructor(nullptr, nullptr));
-    EXPECT_EQ(0u, ElogGetDimmLocation(0, 0, 0));
-    EXPECT_EQ(UINT32{ApplyPprTypeHard}, mPrivateDataVornElogIpmi.ApplyPprType);
-
-    mPrivateDataVornElogIpmi = {};
-    Services.Install(gVornMemoryInterfaceMemorySmmProtocolGuid, nullptr);
-    EXPECT_EQ(EFI_NOT_FOUND, VornELogIpmiLibConstructor(nullptr, nullptr));
-    EXPECT_EQ(0u, mPrivateDataVornElogIpmi.ApplyPprType);
 }
 
 }  // namespace

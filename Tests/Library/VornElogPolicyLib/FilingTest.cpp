@@ -135,29 +135,6 @@ static bool IsKnown(UINT64 Address, UINT32 Mode = AnyCachelineMatch) {
     return Found != 0;
 }
 
-TEST(DeferredHistory, HoldsTheNewest511AndFindsTheNewestOfALine) {
-    PolicyMachine Machine;
-    BOOLEAN Found = 7;
-    ERROR_RECORD_BUFFER_ENTRY* Newest = nullptr;
-    EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(AnyCachelineMatch, 64, &Found), EFI_NOT_FOUND);
-    EXPECT_EQ(Found, FALSE);
-    EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(AnyCachelineMatch, 64, nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(64, nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(64, &Newest), EFI_SUCCESS);
-    EXPECT_EQ(Newest, nullptr);
-
-    FileDeferred(1, 512);  // the newest lies in slot 511, the next goes to slot 0
-    EXPECT_EQ(Policy.pMcaDeferredCircularBuffer->Tail, 0u);
-    EXPECT_FALSE(IsKnown(1 * 64));
-    EXPECT_TRUE(IsKnown(2 * 64));
-    EXPECT_TRUE(IsKnown(512 * 64 + 63));
-    EXPECT_FALSE(IsKnown(513 * 64));
-    FileDeferred(300, 300);
-    EXPECT_EQ(VornElogSmmGetPriorPoisonDetected(300 * 64, &Newest), EFI_SUCCESS);
-    EXPECT_EQ(Newest, BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Policy.pMcaDeferredCircularBuffer, 0));
-    EXPECT_FALSE(IsKnown(2 * 64));
-}
-
 TEST(DeferredHistory, ModesAskForDifferentMarksAndNothingIsReadPastARecord) {
     PolicyMachine Machine;
     MemoryRecord(0, 0x1000, 0).Into(Policy.pMcaDeferredCircularBuffer)->PoisonDetectionReported = 1;

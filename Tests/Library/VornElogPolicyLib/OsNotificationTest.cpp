@@ -14,54 +14,6 @@ static EFI_STATUS Notify(TestRecord& Record, UINT32 SciCause = 0x20000000, UINT3
     return VornElogSmmOsErrorNotification(Record.Cper(), &Record.Data, Severity, SciCause);
 }
 
-TEST(OsNotification, CollectsRecordsAndCausesUntilTheEndOfTheSmi) {
-    for (const bool IsOsLoaded : {true, false}) {
-        Simulator::Configuration Settings;
-        Settings.ApeiOsLoaded = IsOsLoaded;
-        PolicyMachine Machine(Settings);
-        ProcessorRecord First(0), Second(UC);
-        EXPECT_EQ(Notify(First), EFI_SUCCESS);
-        EXPECT_EQ(Notify(Second, 0x40000000, 1), EFI_SUCCESS);
-        EXPECT_EQ(Machine.Events("ghes-clear", "status").size(), 1u);
-        EXPECT_THAT(Machine.Events("ghes-log", "severity"), ElementsAre("0x2", "0x1"));
-        EXPECT_THAT(Machine.Sim.LoggedRecords(), ElementsAre(First.Bytes, Second.Bytes));
-        EXPECT_EQ(Machine.Traced("APEI OS is not running, exiting..."), !IsOsLoaded);
-        VornElogSmmPostProcessCleanup();
-        VornElogSmmPostProcessCleanup();
-        EXPECT_THAT(Machine.Events("sci", "cause"), ElementsAre("0x60000000"));
-        EXPECT_EQ(ApeiGhesClearedThisSmi | VornApeiIssueSciFlag | VornApeiIssueNmiFlag | ApeiSciCause, 0u);
-    }
-}
-
-TEST(OsNotification, FailuresOfTheServiceAskForNoSci) {
-    struct Case {
-        const char* Member;
-        EFI_STATUS Status;
-        EFI_STATUS Expected;
-        bool IsCleared;
-        bool IsUnexpected;
-    };
-    for (const Case& Test : {Case{"ElogIsApeiOsLoaded", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, false, false},
-                             Case{"ElogClearGhes", EFI_NOT_READY, EFI_SUCCESS, true, false},
-                             Case{"ElogClearGhes", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, false, true},
-                             Case{"ElogLogCper", EFI_ALREADY_STARTED, EFI_ALREADY_STARTED, true, false},
-                             Case{"ElogLogCper", EFI_NOT_READY, EFI_NOT_READY, true, false},
-                             Case{"ElogLogCper", EFI_DEVICE_ERROR, EFI_DEVICE_ERROR, true, true},
-                             Case{"ElogLogPageRetire", EFI_DEVICE_ERROR, EFI_SUCCESS, true, false}}) {
-        SCOPED_TRACE(testing::Message() << Test.Member << " " << static_cast<UINT64>(Test.Status));
-        PolicyMachine Machine;
-        Machine.Fail(Test.Member, Test.Status);
-        MemoryRecord Record(0, 0, 2);
-        EXPECT_EQ(Notify(Record, 0x30000000), Test.Expected);
-        const bool IsLogged = Test.Expected == EFI_SUCCESS;
-        EXPECT_EQ(ApeiGhesClearedThisSmi, Test.IsCleared);
-        EXPECT_EQ(VornApeiIssueSciFlag, IsLogged);
-        EXPECT_EQ(ApeiSciCause, IsLogged ? 0x30000000u : 0);
-        EXPECT_EQ(Machine.Sim.LoggedRecords().size(), IsLogged ? 1u : 0u);
-        EXPECT_EQ(Machine.Traced("unexpected error code requires debugging"), Test.IsUnexpected);
-    }
-}
-
 TEST(OsNotification, RefusesRecordsThatAreNone) {
     PolicyMachine Machine;
     ProcessorRecord Good(0), Short(0);

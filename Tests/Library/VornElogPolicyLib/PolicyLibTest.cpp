@@ -33,60 +33,6 @@ TEST(PolicyStart, ClearsOldSciCausesAndNothingElse) {
     EXPECT_EQ(PciSegmentRead32(PciSegmentAddress(0, 0, 0, 0, 0x74)), 0x8FFFFFFFu);
 }
 
-TEST(PolicyStart, AMissingProtocolEndsItThereAndLeavesNothing) {
-    const char* const Guids[] = {"gKyrRasInitDataSmmProtocolGuid",   "gKyrPlatformApeiDataProtocolGuid",
-                                 "gKyrRasServiceSmmProtocolGuid",    "gEfiSmmCpuServiceProtocolGuid",
-                                 "gEfiSmmVariableProtocolGuid",      "gEfiVornApeiLoggingSmmProtocolGuid",
-                                 "gVornKyrMemoryPPRSmmProtocolGuid", "gVornMemoryInterfaceMemorySmmProtocolGuid"};
-    for (std::size_t Missing = 0; Missing < std::size(Guids); Missing++) {
-        SCOPED_TRACE(Guids[Missing]);
-        Simulator::Configuration Settings;
-        Settings.Missing = {Guids[Missing]};
-        PolicyMachine Machine(Settings);
-        // The text of the second one has a letter too many.
-        EXPECT_TRUE(
-            Machine.Traced(std::string("VornElogPolicyLibConstructorSmm: ERROR Not Found locating protocol ") +
-                           (Missing == 1 ? "gKyrpPlatformApeiDataProtocolGuid" : Guids[Missing])));
-        EXPECT_EQ(BlocksMade(), 0u);
-        EXPECT_EQ(End(), EFI_SUCCESS);
-        EXPECT_THAT(Machine.Events("unregister", "what"), IsEmpty());
-    }
-}
-
-TEST(PolicyStart, AnyAllocationMayFailAndTheEndFreesTheOthers) {
-    PolicyMachine Machine;
-    End();
-    const std::uint64_t Blocks = Machine.Blocks();
-    for (std::uint64_t Skip = 0; Skip < 9; Skip++) {
-        Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1, Skip);
-        EXPECT_EQ(Start(), EFI_SUCCESS);
-        EXPECT_EQ(BlocksMade(), Skip < 7 ? 6u : 7u);
-        EXPECT_EQ(End(), EFI_SUCCESS);
-        EXPECT_EQ(BlocksMade(), 0u);
-        EXPECT_EQ(Machine.Blocks(), Blocks);
-    }
-    EXPECT_TRUE(
-        Machine.Traced("ERROR Out of Resources allocating EfiRuntimeServicesData memory for corrected error"));
-}
-
-TEST(PolicyStart, ItsEndTakesBackTheRegistrationsThatWereMade) {
-    PolicyMachine Machine;
-    EXPECT_EQ(End(), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Events("unregister", "what").size(), 3u);
-    EXPECT_EQ(End(), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Events("unregister", "what").size(), 3u);
-    for (const auto& [Member, Expected] :
-         {std::pair{"SmiHandlerRegister", EFI_SUCCESS}, std::pair{"SmmRegisterProtocolNotify", EFI_SUCCESS},
-          std::pair{"SwDispatch2.Register", EFI_DEVICE_ERROR}}) {
-        SCOPED_TRACE(Member);
-        Machine.Forget();
-        Machine.Fail(Member, EFI_DEVICE_ERROR, 1);
-        EXPECT_EQ(Start(), Expected);
-        EXPECT_EQ(End(), EFI_SUCCESS);
-        EXPECT_EQ(Machine.Events("unregister", "what").size(), 2u);
-    }
-}
-
 TEST(DimmData, ThresholdsFollowTheSlot) {
     struct Case {
         UINT8 Enabled;
@@ -119,49 +65,4 @@ TEST(DimmData, ThresholdsFollowTheSlot) {
             EXPECT_EQ(Init.EccErrThresh, 0);
         }
     }
-}
-
-TEST(PostErrors, AreForwardedOnceTheirCountIsKnown) {
-    struct Case {
-        UINT16 Count;
-        const char* Failing;
-        EFI_STATUS Expected;
-        bool IsLogged;
-        bool IsRegisteredAfter;
-    };
-    for (const Case& Test :
-         {Case{3, nullptr, EFI_SUCCESS, true, false}, Case{0, nullptr, EFI_NOT_FOUND, false, false},
-          Case{3, "GetPostMessageCodes", EFI_SUCCESS, true, false},
-          Case{3, "GetIpmiTransportProtocol", EFI_DEVICE_ERROR, false, true},
-          Case{3, "GetBmcErrorCount", EFI_DEVICE_ERROR, false, true},
-          Case{3, "SendBmcData", EFI_DEVICE_ERROR, true, false}}) {
-        SCOPED_TRACE(testing::Message() << Test.Count << " " << (Test.Failing ? Test.Failing : "-"));
-        PolicyMachine Machine;
-        if (Test.Failing != nullptr) {
-            Machine.Fail(Test.Failing);
-        }
-        EXPECT_EQ(Machine.Sim.HandOverPostErrors(Test.Count, {0x11, 0x22}), Test.Expected);
-        EXPECT_EQ(Machine.Sel(), std::vector<std::string>(Test.IsLogged ? 1 : 0, "C1 2E 72 A2 01 00"));
-        EXPECT_EQ(Machine.Events("unregister", "what").size(), Test.IsRegisteredAfter ? 0u : 1u);
-        End();
-        EXPECT_EQ(Machine.Events("unregister", "what").size(), 3u);
-    }
-}
-
-TEST(PostErrors, BuffersFromTheWrongPlaceAreRefused) {
-    PolicyMachine Machine;
-    const CommunicationCall Good{
-        .Handler = "gElogLogPOSTErrorToBMCGuid", .Data = {0, 0x11}, .NullSize = false, .Size = {}};
-    std::vector<CommunicationCall> Calls(6, Good);
-    Calls[0].Where = CommunicationCall::Place::Null;
-    Calls[1].Where = CommunicationCall::Place::Smram;
-    Calls[2].Where = CommunicationCall::Place::Straddling;
-    Calls[3].NullSize = true;
-    Calls[4].Size = 0;
-    Calls[5].Size = 1;
-    for (const CommunicationCall& Bad : Calls) {
-        EXPECT_EQ(Machine.Sim.CallCommunicationHandler(Bad), EFI_INVALID_PARAMETER);
-    }
-    EXPECT_THAT(Machine.Sel(), IsEmpty());
-    EXPECT_THAT(Machine.Events("unregister", "what"), IsEmpty());
 }

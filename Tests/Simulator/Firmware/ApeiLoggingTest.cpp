@@ -54,19 +54,6 @@ TEST_F(ApeiLoggingTest, FirmwareClearsWhatNobodyRead) {
     EXPECT_EQ(Run->LoggedRecords().size(), 2u);
 }
 
-TEST_F(ApeiLoggingTest, TheOsReadsAndAcknowledges) {
-    Start(true, true);
-    RouteSci();
-    Log();
-    Apei->ElogSignalSci(Apei, 0x20000000);
-    EXPECT_EQ(Run->Machine().Pci().Find({0, 0, 0, 0})->Peek(0x74, 4), 0x20000000u) << "for the ACPI code to read";
-    Run->RaiseSmi("machine-check");
-    EXPECT_EQ(Run->Machine().Pci().Find({0, 0, 0, 0})->Peek(0x74, 4), 0u);
-    EXPECT_EQ(Run->GhesStatusBlock().size(), 92u) << "as the OS found it";
-    EXPECT_EQ(Clear(), EFI_NOT_READY) << "the OS has let go of it";
-    EXPECT_EQ(Log(), EFI_SUCCESS);
-}
-
 TEST_F(ApeiLoggingTest, WhileTheOsReadsTheBlockIsNotFirmwares) {
     Start(true, false);
     Log();

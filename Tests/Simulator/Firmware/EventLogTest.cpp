@@ -52,29 +52,5 @@ TEST(EventLog, HandsOutTheOldestBodiesAndDropsOnlyThose) {
     EXPECT_NE(Records, nullptr) << "an empty log is not a missing one";
 }
 
-TEST(EventLog, NamesTheMessageThatTheBmcShows) {
-    const struct {
-        ELOG_SEL_DATA Body;
-        const char* Id;
-    } Cases[] = {
-        {MACHINE_CHECK, "CPU0704"},
-        {{0x07, 0x3C, 0x6F, 0xAC, 1, 5}, ""},
-        {{0x13, 0x05, 0x6F, 0xA5, 0, 0}, "PCI1310"},
-        {{0x13, 0x04, 0x6F, 0xA4, 0, 0}, "PCI1308"},
-        {{0xC1, 0x28, 0x7E, 0x12, 0x34, 0x56}, "CPU9000"},
-        {{0xC1, 0x2E, 0x72, 0xA2, 0x01, 0}, "PST0089"},
-        {{0xC1, 0x2E, 0x72, 0xA2, 0x04, 0}, "PST0091"},
-        {{0xD4, 0x13, 0x74, 0x34, 0x44, 0}, "MEM5104"},
-        {{0xDE, 0x16, 0x74, 0x02, 0, 0}, "PCI3036"},
-        {{0xDE, 0x16, 0x74, 0x07, 0, 0}, "PCI3040"},
-        {{0xDF, 0x1D, 0x74, 0x0B, 0, 0}, "Cxl1031"},
-        {{0xDD, 0x17, 0x74, 0x02, 0, 0}, "PCI3042"},
-        {{0xDE, 0x16, 0x74, 0x0C, 0, 0}, ""},
-    };
-    for (const auto& Case : Cases) {
-        EXPECT_EQ(SelMessageId(Case.Body), Case.Id);
-    }
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -65,72 +65,6 @@ TEST_F(FirmwareTest, SoftwareHandlersRunInTheirOrder) {
     EXPECT_THROW(Run.RaiseSmi("thermal"), std::invalid_argument);
 }
 
-TEST_F(FirmwareTest, TheStandardDispatcherTakesAValueOnce) {
-    const EFI_SMM_SW_DISPATCH2_PROTOCOL* Dispatcher = SwDispatchTable();
-    EFI_SMM_SW_REGISTER_CONTEXT Context{0xD8};
-    EFI_HANDLE Handle = nullptr, Another = nullptr;
-    EXPECT_EQ(Dispatcher->Register(Dispatcher, NoteStandard, &Context, &Handle), EFI_SUCCESS);
-    EXPECT_EQ(Dispatcher->Register(Dispatcher, NoteStandard, &Context, &Another), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(FchSwDispatchTable()->UnRegister(FchSwDispatchTable(), Handle), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Dispatcher->UnRegister(Dispatcher, Handle), EFI_SUCCESS);
-    EXPECT_EQ(Dispatcher->UnRegister(Dispatcher, Handle), EFI_INVALID_PARAMETER);
-    Context.SwSmiInputValue = 0x100;
-    EXPECT_EQ(Dispatcher->Register(Dispatcher, NoteStandard, &Context, &Handle), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(FirmwareTest, TheMachineCheckSmiIsWhateverTheIoCycleRaises) {
-    EFI_HANDLE Handle = nullptr;
-    const FCH_SMM_SW_REGISTER_CONTEXT Context{0x80, 7};
-    FchSwDispatchTable()->Register(FchSwDispatchTable(), NoteOrder, &Context, &Handle);
-    const struct {
-        UINT32 Cycle;
-        const char* Called;
-    } Cases[] = {
-        {0x028000B2, "7 "},
-        {0x008000B2, ""},  // not enabled
-        {0x028000B0, ""},  // not the command port
-        {0x028100B2, ""},  // another value
-    };
-    Run.RaiseSmi("machine-check");
-    EXPECT_EQ(Called, "") << "none programmed";
-    for (const auto& Case : Cases) {
-        Called.clear();
-        RasServiceTable()->SetSmiTrigIoCycle(Case.Cycle);
-        Run.RaiseSmi("machine-check");
-        EXPECT_EQ(Called, Case.Called) << std::hex << Case.Cycle;
-    }
-}
-
-TEST_F(FirmwareTest, CommunicationBuffersLieWhereTheCallWantsThem) {
-    ASSERT_EQ(Smst()->SmiHandlerRegister(OneShot, &gElogLogPOSTErrorToBMCGuid, &OneShotHandle), EFI_SUCCESS);
-    Simulation::CommunicationCall Call;
-    Call.Handler = "gElogLogPOSTErrorToBMCGuid";
-    Call.Data = {1, 2, 3, 0x77};
-    EXPECT_EQ(Run.CallCommunicationHandler(Call), EFI_SUCCESS);
-    EXPECT_EQ(Run.CallCommunicationHandler(Call), EFI_NOT_FOUND) << "it has unregistered itself";
-    EXPECT_EQ(Called, "one-shot of 4 ");
-    Call.Handler = "gNobodysGuid";
-    EXPECT_THROW(Run.CallCommunicationHandler(Call), std::invalid_argument);
-}
-
-TEST_F(FirmwareTest, NotificationsTellOfLaterInstallations) {
-    void* Registration = nullptr;
-    EFI_HANDLE Handle = nullptr;
-    int Interface = 0;
-    Smst()->SmmInstallProtocolInterface(&Handle, &gVornPciSlotDataSmmProtocolGuid, 0, &Interface);
-    Smst()->SmmRegisterProtocolNotify(&gVornPciSlotDataSmmProtocolGuid, NoteInstall, &Registration);
-    EXPECT_EQ(Called, "");
-    Handle = nullptr;
-    Smst()->SmmInstallProtocolInterface(&Handle, &gVornPciSlotDataSmmProtocolGuid, 0, &Interface);
-    EXPECT_EQ(Called, "notified ");
-    EXPECT_EQ(Smst()->SmmRegisterProtocolNotify(&gVornPciSlotDataSmmProtocolGuid, nullptr, &Registration),
-              EFI_SUCCESS);
-    EXPECT_EQ(Smst()->SmmRegisterProtocolNotify(&gVornPciSlotDataSmmProtocolGuid, nullptr, &Registration),
-              EFI_NOT_FOUND);
-    Run.Firmware().FinishBoot();
-    EXPECT_EQ(Called, "notified ");
-}
-
 TEST_F(FirmwareTest, WhatAnUnloadedImageLeavesIsDangling) {
     EFI_HANDLE Handle = nullptr;
     void* Registration = nullptr;
@@ -168,34 +102,6 @@ TEST_F(FirmwareTest, AccessesThatNothingAnswersEndTheRun) {
         }
         EXPECT_NO_THROW(Run.RaiseSmi("root-complex")) << "told once";
     }
-}
-
-TEST_F(FirmwareTest, ConfigurationSpaceOfAnAbsentFunctionReadsAllOnes) {
-    EXPECT_EQ(MmioRead16(0x80000000 + (31 << 15)), 0xFFFF);
-    EXPECT_EQ(MmioRead32(0x80000000 + (0x1F << 20)), 0xFFFFFFFF);
-    EXPECT_EQ(MmioRead16(0x80000000 + (24 << 15)), 0x1E2D) << "the first socket's data fabric";
-    EXPECT_EQ(MmioRead16(0x80000000 + (25 << 15) + (7 << 12)), 0x1E2D);
-    MmioWrite32(0x80000000, 0);
-    EXPECT_EQ(MmioRead16(0x80000000), 0x1E2D) << "identifiers are read-only";
-    // Socket 1's first root complex: bus 0x80. Its SMN registers are its socket's.
-    MmioWrite32(0x880000B8, 0x13B102E0);
-    EXPECT_EQ(MmioRead32(0x880000BC), 0xFD100001);
-    EXPECT_EQ(Run.Accesses().SmnReads, 1u);
-    EXPECT_EQ(Run.Accesses().PciWrites, 1u);
-}
-
-TEST_F(FirmwareTest, ProceduresRunOnTheProcessorThatTheyWereSentTo) {
-    const auto Note = [](void* Argument) { *static_cast<UINT32*>(Argument) = GetApicId(); };
-    UINT32 Seen = 0;
-    EXPECT_EQ(Smst()->SmmStartupThisAp(Note, 9, &Seen), EFI_SUCCESS);
-    EXPECT_EQ(Seen, 9u);
-    EXPECT_EQ(GetApicId(), 0u);
-    Run.SetSilentProcessors({9});
-    Seen = 0;
-    EXPECT_EQ(Smst()->SmmStartupThisAp(Note, 9, &Seen), EFI_SUCCESS);
-    EXPECT_EQ(Seen, 0u);
-    EXPECT_EQ(Smst()->SmmStartupThisAp(Note, 16, &Seen), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Smst()->SmmStartupThisAp(Note, 0, &Seen), EFI_INVALID_PARAMETER);
 }
 
 TEST(FirmwareConfiguration, RefusesWhatDoesNotExist) {

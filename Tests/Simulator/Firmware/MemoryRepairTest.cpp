@@ -89,40 +89,5 @@ TEST_F(MemoryRepairTest, SparesOneRowOfABankGroupInEachDevice) {
     EXPECT_EQ(Run.Count("ppr"), 4u) << "an entry is stored once";
 }
 
-TEST_F(MemoryRepairTest, QueuesWhileThePspWorks) {
-    EXPECT_FALSE(Repair().FinishRuntime({})) << "nothing to do";
-    ASSERT_EQ(Start(ErrorIn(0, 1, 0), TRUE), EFI_SUCCESS);
-    EXPECT_EQ(Served, 1u);
-    const struct {
-        EFI_STATUS Status;
-        unsigned Front, Full;
-    } Waiting[] = {{EFI_NOT_READY, 0, 0},
-                   {EFI_NOT_READY, 1, 0},
-                   {EFI_NOT_READY, 2, 0},
-                   {EFI_NOT_READY, 3, 1},
-                   {EFI_OUT_OF_RESOURCES, 3, 1}};
-    std::uint32_t Row = 2;
-    for (const auto& Case : Waiting) {
-        SCOPED_TRACE(Row);
-        EXPECT_EQ(Start(ErrorIn(0, Row++, 0), FALSE), Case.Status);
-        EXPECT_EQ(QueueFront, Case.Front);
-        EXPECT_EQ(QueueFull, Case.Full);
-    }
-    EXPECT_TRUE(Repair().FinishRuntime({0, true, false}));
-    EXPECT_EQ(Block[1], 0x80000000u) << "done, but not signalled";
-    ASSERT_EQ(Start(ErrorIn(5, 9, 22), TRUE), EFI_SUCCESS);
-    EXPECT_EQ(Served, 5u);
-    EXPECT_EQ(QueueFront, 0u);
-    EXPECT_EQ(QueueFull, 0u);
-    for (std::uint32_t At = 0; At < 4; At++) {
-        EXPECT_EQ(Table[At].Row, At + 2);
-    }
-    EXPECT_EQ(Table[4].Row, 9u);
-    EXPECT_EQ(Table[4].Bank, 5u);
-    EXPECT_EQ(Table[4].DramDevice, 5u);
-    EXPECT_TRUE(Repair().FinishRuntime({}));
-    EXPECT_EQ(Block[1], 0x90000000u);
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -29,39 +29,6 @@ NORMALIZED_ADDRESS AddressOf(UINT64 Normalized, UINT8 Channel, UINT8 Die = 0) {
     return Address;
 }
 
-TEST(MemoryService, TranslatesThereAndBack) {
-    BootedSimulation Run{WithEmptySlot()};
-    // Row 1000 of bank 6 (group 1, address 2), column 20, sub-channel 1, second rank: 32 GB + line 8001023
-    // hexadecimal.
-    const UINT64 Normalized = 0x800000000 + ((0x1000ULL << 13 | 2 << 11 | 2 << 4 | 1 << 1 | 1) << 6);
-    DRAM_ADDRESS Place{};
-    Place.ChipSelect = 1;
-    Place.Bank = 6;
-    Place.Row = 0x1000;
-    Place.Column = 0x20;
-    Place.SubChannel = 1;
-    NORMALIZED_ADDRESS Address{};
-    RasServiceTable()->DramToNormalized(1, 0, 2, &Place, &Address);
-    EXPECT_EQ(Address.NormalizedAddress, Normalized);
-    EXPECT_EQ(Address.Socket, 1);
-    EXPECT_EQ(Address.UmcChannel, 2);
-    Address.NormalizedAddress |= 0x30;  // within the line
-    UINT64 System = 0;
-    DIMM_INFO Info{};
-    ASSERT_EQ(RasServiceTable()->NormalizedToDimmAddress(&Address, &System, &Info), EFI_SUCCESS);
-    EXPECT_EQ(Info.ChipSelect, 1);
-    EXPECT_EQ(Info.RankOnCh, 1);
-    EXPECT_EQ(Info.DimmOnCh, 0);
-    EXPECT_EQ(Info.RankOnDimm, 1);
-    EXPECT_EQ(Info.SubChannel, 1);
-    EXPECT_EQ(Info.Bank, 6);
-    EXPECT_EQ(Info.BankGroup, 1);
-    EXPECT_EQ(Info.BankAddress, 2);
-    EXPECT_EQ(Info.Row, 0x1000u);
-    EXPECT_EQ(Info.Column, 0x20);
-    EXPECT_EQ(System & 0xFF, (Normalized & 0xFF) | 0x30);
-}
-
 TEST(MemoryService, SaysWhatLeadsNowhere) {
     BootedSimulation Run{WithEmptySlot()};
     const UINT64 OneDimm = 0x1000000000;  // 64 GB
@@ -92,37 +59,6 @@ TEST(MemoryService, SaysWhatLeadsNowhere) {
     Run->SetFailure("DramToNormalized", Failure{});
     RasServiceTable()->DramToNormalized(0, 0, 2, &Place, &Address);
     EXPECT_EQ(Address.NormalizedAddress, 0xDEADBEEF9AAB9AA0u);
-}
-
-// Through fabric and SMN registers: 4 banks in a group everywhere; the formula's 3 bits where nothing is configured.
-TEST(MemoryService, RegistersTellTheWidthOfBanks) {
-    BootedSimulation Run{WithEmptySlot()};
-    EXPECT_EQ(GetNumOfBABits(0, 0, 0), 2);
-    EXPECT_EQ(GetNumOfBABits(1, 11, 3), 2);
-    EXPECT_EQ(GetNumOfBABits(0, 3, 1), 2);
-    EXPECT_EQ(GetNumOfBABits(0, 3, 2), 3);
-    EXPECT_EQ(GetNumOfBABits(2, 0, 0), 255) << "there is no third socket";
-}
-
-TEST(MemoryService, ProgramsCountersOfDimmsThatAreThere) {
-    BootedSimulation Run{WithEmptySlot()};
-    const UmcEccErrCntRegInitData Start{0, 0x1234};
-    const KYR_RAS_SERVICE_SMM_PROTOCOL& Ras = *RasServiceTable();
-    MemoryController& Umc = Run->Machine().Dram().Controller(0, 3);
-    EXPECT_EQ(Ras.CorrectedErrorCounterPerDimm(0, 3, 1, &Start), EFI_NOT_FOUND);
-    EXPECT_EQ(Ras.CorrectedErrorCounterPerDimm(0, 3, 0, nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Ras.CorrectedErrorCounterPerDimm(0, 3, 0, &Start), EFI_SUCCESS);
-    EXPECT_EQ(Umc.CounterValue({1, 1, 7}), 0x1234);
-    EXPECT_EQ(Umc.CounterValue({1, 2, 7}), 0);
-    const UmcEccErrCntRegInitData Other{0, 0xFFFE};
-    EXPECT_EQ(Ras.CorrectedErrorCounterIndividual(0, 3, 1, 1, 8, &Other), EFI_NOT_FOUND);
-    EXPECT_EQ(Ras.CorrectedErrorCounterIndividual(0, 3, 1, 1, 7, &Other), EFI_SUCCESS);
-    EXPECT_EQ(Umc.CounterValue({1, 1, 7}), 0xFFFE);
-    EXPECT_EQ(Umc.CounterValue({1, 1, 6}), 0x1234);
-    EXPECT_EQ(Ras.CorrectedErrorCounterPerDimmDisable(0, 3, 1), EFI_NOT_FOUND);
-    EXPECT_EQ(Ras.CorrectedErrorCounterPerDimmDisable(0, 3, 0), EFI_SUCCESS);
-    EXPECT_EQ(Umc.Count({1, 1, 7}), 0u) << "it counts, but asks for nothing";
-    EXPECT_EQ(Umc.CounterValue({1, 1, 7}), 0xFFFF);
 }
 
 TEST(MemoryService, MapsSymbolsToDevices) {

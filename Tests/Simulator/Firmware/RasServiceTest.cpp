@@ -72,33 +72,6 @@ TEST_F(RasServiceTest, BootProgramsThresholdsFromTheApeiData) {
     }
 }
 
-TEST_F(RasServiceTest, FindsErrorsByReadingTheBanks) {
-    Start();
-    Inject(3, CORRECTED, 13);
-    Inject(20, DEFERRED, 13);
-    auto Info = std::make_unique<RasMcaErrorInfo>();
-    Info->CpuInfo.ProcessorNumber = 13;
-    ASSERT_EQ(Ras->SearchMcaError(Info.get()), EFI_SUCCESS);
-    // Processor 13: socket 1, core 2, thread 1; one core takes one bit of the APIC ID, the socket bit 3.
-    EXPECT_EQ(Info->CpuInfo.LocalApicId, 13u);
-    EXPECT_EQ(Info->CpuInfo.SocketId, 1);
-    EXPECT_EQ(Info->CpuInfo.CoreId, 2);
-    EXPECT_EQ(Info->CpuInfo.ThreadId, 1);
-    EXPECT_EQ(Info->CpuInfo.CpuIdLeaf1Ebx >> 24, 13u);
-    ASSERT_EQ(Info->McaBankCount, 2);
-    EXPECT_EQ(Info->McaBankErrorInfo[0].McaBankNumber, 3u);
-    EXPECT_EQ(Info->McaBankErrorInfo[0].McaStatus, CORRECTED);
-    EXPECT_EQ(Info->McaBankErrorInfo[0].McaAddr, 0x1000u);
-    EXPECT_EQ(Info->McaBankErrorInfo[0].McaSynd, 0x2000u);
-    EXPECT_EQ(Info->McaBankErrorInfo[0].McaSynd1, 0x3000u);
-    EXPECT_STREQ(Info->McaBankErrorInfo[0].FruText, "FRU");
-    EXPECT_EQ(Info->McaBankErrorInfo[1].McaBankNumber, 20u);
-    EXPECT_EQ(Info->McaBankErrorInfo[1].McaIpid, 0x0000009600550F00u);
-    EXPECT_EQ(Info->McaBankErrorInfo[1].McaDeStat, DEFERRED);
-    Info->CpuInfo.ProcessorNumber = 16;
-    EXPECT_EQ(Ras->SearchMcaError(Info.get()), EFI_INVALID_PARAMETER);
-}
-
 TEST_F(RasServiceTest, ClearsWhatFirmwareConsumedOrFinishesTheOsWrite) {
     const struct {
         const char* What;
@@ -153,63 +126,6 @@ TEST_F(RasServiceTest, ProgramsThresholdsOfTheBankMeant) {
     EXPECT_EQ(Bank(0, MCA_MISC1, 1), 0u) << "a bank without a second counter";
     EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 2), Misc(COUNTER, 1, 0xFF5, 2));
     EXPECT_EQ(Ras->SetMcaThreshold(nullptr, nullptr, &Config, TRUE), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(RasServiceTest, TheThresholdMapGoesByBankType) {
-    Start();
-    McaThresholdTableEntry Entries[] = {{0x96, 0, 0x800, 0x900}, {0xB0, 5, 0x700, 0x600}};
-    const OEM_MCA_THRESHOLD_MAP Map{sizeof(Entries), 2, Entries};
-    const MCA_THRESHOLD_SETTING Setting{0, 1, 0xFF0, 2, 0};
-    EXPECT_EQ(Ras->SetMcaThresholdMap(nullptr, nullptr, &Setting, FALSE, &Map), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK + 11, MCA_MISC0, 15), Misc(FIRST_OF_TWO, 1, 0x800, 2));
-    EXPECT_EQ(Bank(UMC_BANK + 11, MCA_MISC1, 15), Misc(COUNTER, 1, 0x900, 2));
-    EXPECT_EQ(Bank(5, MCA_MISC0, 15), Misc(COUNTER, 1, 0x700, 2));
-    EXPECT_EQ(Bank(0, MCA_MISC0, 15), Misc(COUNTER, 1, 0xFF0, 2));
-    const OEM_MCA_THRESHOLD_MAP Short{8, 2, Entries};
-    EXPECT_EQ(Ras->SetMcaThresholdMap(nullptr, nullptr, &Setting, FALSE, &Short), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(RasServiceTest, InDiagnosticModeEveryErrorInterrupts) {
-    Start();
-    EXPECT_EQ(Ras->SetRasDiagnosticModeData(), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0), Misc(FIRST_OF_TWO, 1, 0xFFE, 2));
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1), Misc(COUNTER, 1, 0xFFE, 2));
-    Inject(0, CORRECTED);
-    EXPECT_EQ(Run->Machine().ProcessorAt(0).SmiSources, 0x60000u);
-    const UINTN Processor = 0, Number = 0;
-    RasThresholdConfig Config{};
-    Config.McaMisc0DataValid = 1;
-    Config.ThresholdCount = 0xFF5;
-    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, TRUE), EFI_SUCCESS);
-    EXPECT_EQ(Bank(0, MCA_MISC0), Misc(COUNTER, 1, 0xFFE, 2)) << "later settings as well";
-}
-
-TEST_F(RasServiceTest, SilencesACounterOrTransparentErrors) {
-    Start();
-    MCA_THRESHOLD_DISABLE_REQUEST Request{};
-    Request.CpuInfo.ProcessorNumber = 1;
-    Request.McaBankNumber = UMC_BANK;
-    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFF5, 0));
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 2));
-    Request.ThresholdType = 1;
-    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 0));
-    const UINTN Processor = 1, Number = UMC_BANK;
-    RasThresholdConfig Again{};
-    Again.McaMisc0DataValid = Again.McaMisc1DataValid = 1;
-    Again.ThresholdControl = Again.McaMisc1ThresholdControl = 1;
-    Again.ThresholdCount = Again.McaMisc1ThresholdCount = 0xFFE;
-    Again.ThresholdIntType = Again.McaMisc1ThresholdIntType = 2;
-    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Again, TRUE), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFFE, 0)) << "silent until the next boot";
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFFE, 0));
-    EXPECT_EQ(Ras->DisableMcaTransparentErrorLogging(&Request), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 1), 0x0000004500000027u);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 0), 0x0000004700000027u);
-    Request.McaBankNumber = 32;
-    EXPECT_EQ(Ras->DisableMcaThreshold(&Request), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Ras->DisableMcaThreshold(nullptr), EFI_INVALID_PARAMETER);
 }
 
 TEST_F(RasServiceTest, AFailingMemberFailsAsOftenAsPlannedAndChangesNothing) {

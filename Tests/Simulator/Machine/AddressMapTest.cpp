@@ -121,39 +121,5 @@ TEST(AddressMap, IsReversibleOverTheWholeCapacity) {
     ExpectReversible(AddressMap{UnevenMachine()}, 2, 3);
 }
 
-TEST(AddressMap, KnowsNoPlaceOutsideTheDimms) {
-    const AddressMap Map{UnevenMachine()};
-    const struct {
-        const char* What;
-        unsigned Socket;
-        DramLocation Where;
-        bool IsPlace;
-    } Cases[] = {
-        {"an empty slot", 0, PlaceOf(1, 0, 0, 0, 0, 0), false},
-        {"the DIMM beside it", 0, PlaceOf(1, 2, 0, 0, 0, 0), true},
-        {"a disabled DIMM", 1, PlaceOf(0, 2, 0, 0, 0, 0), false},
-        {"the second rank of a DIMM with one", 1, PlaceOf(2, 3, 0, 0, 0, 0), false},
-        {"the last row of a small DIMM", 1, PlaceOf(2, 2, 0, 0, 0xFFF, 0), true},
-        {"a row too many", 1, PlaceOf(2, 2, 0, 0, 0x1000, 0), false},
-        {"a bank too many", 0, PlaceOf(0, 0, 0, 32, 0, 0), false},
-        {"a column too many", 0, PlaceOf(0, 0, 0, 0, 0, 0x800), false},
-        {"a sub-channel too many", 0, PlaceOf(0, 0, 2, 0, 0, 0), false},
-        {"a chip select too many", 0, PlaceOf(0, 4, 0, 0, 0, 0), false},
-        {"a channel too many", 0, PlaceOf(3, 0, 0, 0, 0, 0), false},
-        {"a socket too many", 2, PlaceOf(0, 0, 0, 0, 0, 0), false},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.What);
-        DramLocation Where = Case.Where;
-        Where.Socket = Case.Socket;
-        EXPECT_EQ(Map.IsPlace(Where), Case.IsPlace);
-    }
-    DramLocation Stacked = PlaceOf(0, 0, 0, 0, 0, 0);
-    Stacked.RankMul = 1;
-    EXPECT_TRUE(Map.IsPlace(Stacked));
-    Stacked.RankMul = 2;
-    EXPECT_FALSE(Map.IsPlace(Stacked));
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -46,14 +46,6 @@ TEST(Cloak, HidesABankFromTheOperatingSystemAndFromNobodyElse) {
     EXPECT_EQ(Run.OsReadMsr(5, 0xC0002035), 0x000300B000000000u);
 }
 
-TEST(Cloak, OfTheBanksAboveThePopulatedOnesThereIsNothingToRead) {
-    Simulation Run{Configuration{}};
-    EXPECT_EQ(Run.OsReadMsr(0, 0xC0002201), 0u);
-    EXPECT_EQ(Run.ReadMsrRaw(0, 0xC0002FF1), 0u);
-    EXPECT_EQ(Run.ReadMsrRaw(0, 0x179), 0x120u) << "32 banks";
-    EXPECT_THROW(Run.OsReadMsr(0, 0xC0010000), std::invalid_argument);
-}
-
 // The trap comes before the write: the register still holds its value when SMM is left, unless firmware clears it.
 TEST(Cloak, TrapsWritesToStatusRegistersThroughEveryAlias) {
     const struct {
@@ -76,18 +68,6 @@ TEST(Cloak, TrapsWritesToStatusRegistersThroughEveryAlias) {
         std::memcpy(&Ecx, Writer.SaveState.data() + 248, sizeof(Ecx));
         EXPECT_EQ(Ecx, Case.Traps ? Case.Msr : 0);
     }
-}
-
-TEST(Cloak, WithoutPlatformFirstHandlingTheBanksAreTheOperatingSystems) {
-    Simulation Run{WithApei({{"PFEHEnable", 0}})};
-    Run.InjectMachineCheck(ErrorAt(1, 0, UNCORRECTED));
-    EXPECT_EQ(Run.OsReadMsr(1, 0xC0002001), UNCORRECTED);
-    ASSERT_EQ(Run.Events().Events().size(), 1u);
-    EXPECT_EQ(Run.Events().Events()[0].Kind, "mce");
-    EXPECT_EQ(Run.Events().Events()[0].Fields.at("processor"), "0x1");
-    EXPECT_EQ(Run.Machine().ProcessorAt(1).SmiSources, 0u);
-    EXPECT_FALSE(Run.Machine().OsWriteMsr(1, 0xC0002001, 0));
-    EXPECT_EQ(Run.ReadMsrRaw(1, 0xC0002001), 0u);
 }
 
 TEST(Cloak, AnErrorBecomesPendingAsItsKindDemands) {
@@ -124,25 +104,6 @@ TEST(Cloak, AnErrorBecomesPendingAsItsKindDemands) {
         }
         EXPECT_EQ(Exceptions, Case.Exceptions);
     }
-}
-
-TEST(Cloak, TheInstructionPointerIsValidOnlyForAnErrorThatHasOne) {
-    Simulation Run{Configuration{}};
-    MachineCheck Error = ErrorAt(4, 5, UNCORRECTED);
-    Error.Ip = 0xFFFFFFFF81000000;
-    Run.InjectMachineCheck(Error);
-    EXPECT_EQ(Run.ReadMsrRaw(4, 0x17A) & 2, 2u);
-    EXPECT_EQ(Run.ReadMsrRaw(4, 0x176), 0xFFFFFFFF81000000);
-    Error.Ip.reset();
-    Run.InjectMachineCheck(Error);
-    EXPECT_EQ(Run.ReadMsrRaw(4, 0x17A) & 2, 0u);
-}
-
-TEST(Cloak, RefusesErrorsThatNoHardwareHas) {
-    Simulation Run{Configuration{}};
-    EXPECT_THROW(Run.InjectMachineCheck(ErrorAt(16, 0, CORRECTED)), std::invalid_argument);
-    EXPECT_THROW(Run.InjectMachineCheck(ErrorAt(0, 32, CORRECTED)), std::invalid_argument);
-    EXPECT_THROW(Run.InjectMachineCheck(ErrorAt(0, 0, CORRECTED & ~(1ULL << 63))), std::invalid_argument);
 }
 
 }  // namespace

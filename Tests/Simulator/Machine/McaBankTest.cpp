@@ -68,32 +68,6 @@ TEST(McaBank, LogsADeferredErrorInItsOwnRegisters) {
     }
 }
 
-TEST(McaBank, TellsWhatAnErrorAsksOfTheProcessor) {
-    const struct {
-        const char* What;
-        std::uint64_t Status;
-        std::uint64_t Config;  // added to what reset leaves
-        bool Exception;
-        std::uint64_t Deferred;
-    } Cases[] = {
-        {"uncorrected and enabled", UNCORRECTED, 0, true, 0},
-        {"uncorrected, not enabled", UNCORRECTED & ~(1ULL << 60), 0, false, 0},
-        {"corrected", CORRECTED, 0, false, 0},
-        {"deferred, no interrupt", DEFERRED, 0, false, 0},
-        {"deferred to SMI", DEFERRED, 2ULL << 37, false, 2},
-        {"deferred to the OS", DEFERRED, 1ULL << 37, false, 1},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.What);
-        McaBank Bank = BankOf(CORE_IPID);
-        Bank.Set(MCA_CONFIG, Bank.Read(MCA_CONFIG) | Case.Config);
-        const BankOutcome Outcome = Bank.Log(ErrorOf(Case.Status));
-        EXPECT_EQ(Outcome.MachineCheckException, Case.Exception);
-        EXPECT_EQ(Outcome.DeferredInterrupt, Case.Deferred);
-        EXPECT_EQ(Outcome.ThresholdInterrupt, 0u);
-    }
-}
-
 TEST(McaBank, CountsCorrectedErrorsUpToTheLimitAndInterruptsOnce) {
     McaBank Bank = BankOf(CORE_IPID);
     Bank.Set(MCA_MISC0, COUNTING_TO_SMI | 0xFFDULL << 32);
@@ -126,16 +100,6 @@ TEST(McaBank, GivesAMemoryControllerASecondCounterForWhatIsNoDramError) {
         EXPECT_EQ(Bank.Read(MCA_MISC0), Case.Misc0);
         EXPECT_EQ(Bank.Read(MCA_MISC1), Case.Misc1);
     }
-}
-
-TEST(McaBank, LogsATransparentErrorOnlyWhereThatIsEnabled) {
-    McaBank Bank = BankOf(CORE_IPID);
-    const MachineCheck Error = ErrorOf(CORRECTED | 1ULL << 52);
-    Bank.Log(Error);
-    EXPECT_EQ(Bank.Read(MCA_STATUS), 0u);
-    Bank.Set(MCA_CONFIG, Bank.Read(MCA_CONFIG) | 1ULL << 33);
-    Bank.Log(Error);
-    EXPECT_EQ(Bank.Read(MCA_STATUS), Error.Status);
 }
 
 TEST(McaBank, LetsSoftwareWriteWhatHardwareLetsItWrite) {

@@ -42,15 +42,6 @@ TEST(MemoryController, CountsUpToTheLimitAndAsksFromThereOn) {
     }
 }
 
-TEST(MemoryController, HasNoOtherRegisters) {
-    MemoryController Umc;
-    for (const std::uint32_t Register : {0x00u, 0x3Cu, 0x42u, 0x50u, 0x178u, 0xD8Cu}) {
-        EXPECT_FALSE(Umc.Read(Register));
-        EXPECT_FALSE(Umc.Write(Register, 0));
-    }
-    EXPECT_FALSE(Umc.Write(0x40, 1)) << "how addresses decode is settled";
-}
-
 TEST(MemoryController, ScrubberWalksUpwardAndAround) {
     MemoryController Umc;
     Umc.Configure(0x100000000, 64);
@@ -138,18 +129,6 @@ TEST_F(MemorySystemTest, BankSaysWhatRealOnesSay) {
     }
 }
 
-TEST_F(MemorySystemTest, CounterOverflowAsksTheBanksProcessorForAnSmi) {
-    MemoryController& Umc = Hardware.Dram().Controller(1, 2);
-    const EccCounter Which{1, 3, 0};
-    Umc.CounterValue(Which) = 0xFFFC;
-    Umc.EnableCounting(SMI);
-    Hardware.Dram().Inject(Corrected(), 2);
-    EXPECT_EQ(Umc.CounterValue(Which), 0xFFFE);
-    EXPECT_EQ(Hardware.ProcessorAt(8).SmiSources, 0u);
-    Hardware.Dram().Inject(Corrected(), 1);
-    EXPECT_EQ(Hardware.ProcessorAt(8).SmiSources, 1ULL << 18 | 1ULL << 17);
-}
-
 TEST_F(MemorySystemTest, ScrubberFindsWhatIsNotRepaired) {
     const DeviceRange Device4{4, 4}, Device5{5, 5}, All{0, 9};
     const struct {
@@ -192,16 +171,6 @@ TEST_F(MemorySystemTest, ScrubberFindsWhatIsNotRepaired) {
         Hardware.Dram().RepairRow(Error.Where, All);
         ClearBank();
     }
-}
-
-TEST_F(MemorySystemTest, RefusesWhatTheMachineDoesNotHave) {
-    MemoryError Nowhere = Corrected();
-    Nowhere.Where.Row = 0x10000;
-    EXPECT_THROW(Hardware.Dram().Inject(Nowhere, 1), std::invalid_argument);
-    MemoryError NoSymbol = Corrected();
-    NoSymbol.Symbol = 40;
-    EXPECT_THROW(Hardware.Dram().Inject(NoSymbol, 1), std::invalid_argument);
-    EXPECT_EQ(Hardware.Dram().DeviceOfSymbol(39), 9u);
 }
 
 }  // namespace

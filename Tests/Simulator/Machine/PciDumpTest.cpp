@@ -141,46 +141,5 @@ TEST(PciDump, WrittenDumpsAreReadAsTheSameMachine) {
     EXPECT_EQ(WritePciDump(Second.Space), WritePciDump(World.Space));
 }
 
-// Every error at every function of every real machine at hand: registers take part, messages arrive or end, and
-// what is written back clears.
-TEST(PciDump, EveryFunctionOfRealMachinesTakesEveryError) {
-    const char* Folder = std::getenv("RAS_DUMPS");
-    if (Folder == nullptr) {
-        GTEST_SKIP() << "RAS_DUMPS names no folder of dumps";
-    }
-    unsigned Count = 0;
-    for (const fs::directory_entry& File : fs::directory_iterator(Folder)) {
-        SCOPED_TRACE(File.path().filename().string());
-        std::ifstream In(File.path());
-        std::ostringstream Text;
-        Text << In.rdbuf();
-        const std::vector<DumpedFunction> Known = ReadPciDump(Text.str());
-        PcieWorld World(FromDump(Text.str()));
-        for (const PcieErrorName& Error : PcieErrorNames()) {
-            SCOPED_TRACE(Error.Name);
-            for (const DumpedFunction& One : Known) {
-                SCOPED_TRACE(PciAddressText(One.Where));
-                PcieFunction* Function = World.Fabric.Find(One.Where);
-                ASSERT_NE(Function, nullptr);
-                EXPECT_EQ(World.Read(*Function, 0), One.Register(0, 4));
-                World.Fabric.Inject(*Function, {Error.From, Error.Bit});
-                const unsigned Aer = Function->Has().Aer;
-                const bool IsAer =
-                    Error.From == PcieError::Source::Correctable || Error.From == PcieError::Source::Uncorrectable;
-                if (Aer != 0 && IsAer) {
-                    // An advisory error that is masked shows in the correctable status only.
-                    EXPECT_NE(World.Read(*Function, Aer + 0x04) | World.Read(*Function, Aer + 0x10), 0u);
-                    for (const unsigned Status : {Aer + 0x04, Aer + 0x10}) {
-                        World.Write(*Function, Status, World.Read(*Function, Status));
-                        EXPECT_EQ(World.Read(*Function, Status), 0u);
-                    }
-                }
-            }
-        }
-        Count++;
-    }
-    EXPECT_GT(Count, 0u) << Folder;
-}
-
 }  // namespace
 }  // namespace Simulator

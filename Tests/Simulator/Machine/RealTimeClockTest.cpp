@@ -54,24 +54,5 @@ TEST(RealTimeClock, UpdatesAtTheEndOfEachSecond) {
     EXPECT_EQ(ReadRegister(Stuck, 0x0D, 0), 0x00);
 }
 
-TEST(RealTimeClock, ReadsBackItsIndexWithTheNmiBit) {
-    RealTimeClock Clock("2026-11-24 12:00:00", false, false);
-    std::uint8_t Value = 0;
-    Clock.Write(0x70, 0x8D);
-    ASSERT_TRUE(Clock.Read(0x74, 0, Value));
-    EXPECT_EQ(Value, 0x8D);
-    ASSERT_TRUE(Clock.Read(0x71, 0, Value));
-    EXPECT_EQ(Value, 0x80) << "register D, whatever bit 7 of the index";
-    EXPECT_FALSE(Clock.Read(0x72, 0, Value));
-    EXPECT_FALSE(Clock.Write(0x74, 0));
-}
-
-TEST(RealTimeClock, RefusesWhatIsNoTime) {
-    for (const char* Text : {"", "noon", "2026-11-24", "2026-02-30 00:00:00", "2026-11-24 25:00:00",
-                             "2026-11-24 12:00:00 ", "1969-12-31 23:59:59"}) {
-        EXPECT_THROW(RealTimeClock(Text, false, false), std::invalid_argument) << Text;
-    }
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -68,19 +68,4 @@ TEST(EventPattern, FieldsMatchByNameAndDifferencesAreTold) {
     EXPECT_EQ(Differences({"sel", Json::object(), {}}, Found, {}).size(), 1u);
 }
 
-TEST(EventPattern, RecordsMatchByDecodedNamesAndByBytes) {
-    const std::map<std::string, Simulator::RecordView> Records{
-        {"records/0000.cper",
-         {{0x43, 0x50, 0x45, 0x52}, {{"header", {{"severity", {{"value", "0x2"}, {"meaning", "corrected"}}}}}}}}};
-    const Simulator::Event Found{"ghes-log", 0, 0, {{"file", "records/0000.cper"}}};
-    const auto Wrong = [&](const Json& Fields) {
-        return Differences({"ghes-log", Fields, {}}, Found, Records).size();
-    };
-    EXPECT_EQ(Wrong({{"record", {{"header", {{"severity", "corrected"}}}}}}), 0u);
-    EXPECT_EQ(Wrong({{"record", {{"header", {{"severity", "2"}}}}}}), 0u);
-    EXPECT_EQ(Wrong({{"record", {{"header", {{"severity", "fatal"}}}}}}), 1u);
-    EXPECT_EQ(Wrong({{"record-bytes", {{"0", "43 .. 45"}, {"0x3", "52"}}}}), 0u);
-    EXPECT_EQ(Wrong({{"record-bytes", {{"1", "50 46"}, {"3", "52 00"}, {"9", "00"}}}}), 3u);
-}
-
 }  // namespace

@@ -23,23 +23,6 @@ RunResult RunWith(const std::string& Expectations, const std::string& Value = "0
     return RunScenario(ParseScenario(Text + Expectations, "r.yaml"));
 }
 
-TEST(Runner, MetExpectationsPass) {
-    const RunResult Result = RunWith(R"(
-expect:
-  - smi-enter: {step: 2}
-  - sel: {bytes: 07 0D 07 A6 01 01}
-  - ghes-log: {severity: 1, record: {header: {severity: fatal}}}
-  - mce: {processor: 1}
-never: [nmi: {}, service: {member: ClrMcaStatus}]
-count: [{events: {sel: {bytes: 07 **}}, times: 1}, {events: {mce: {}}, times: 1}]
-)");
-    for (const Simulator::Miss& One : Result.Misses) {
-        ADD_FAILURE() << One.Where.Text() << ": " << One.What;
-    }
-    EXPECT_EQ(Result.Records.size(), 1u);
-    EXPECT_FALSE(Result.SelRaw.empty() || Result.TraceLog.empty() || Result.GhesStatusBlock.empty());
-}
-
 TEST(Runner, MissedExpectationsSayWhereAndWhatCameClosest) {
     struct Row {
         const char* Expectations;
@@ -82,35 +65,6 @@ TEST(Runner, WhatTheMachineCannotDoIsAMistakeOfTheScenario) {
         EXPECT_TRUE(std::string_view(Error.what()).starts_with("r.yaml:4:5: \"telephone\" is no SMI"))
             << Error.what();
     }
-}
-
-TEST(Runner, StepsActWhileTheMachineRuns) {
-    // The failure starts and ends, processors fall silent and answer again, and rounds repeat.
-    const RunResult Result = RunScenario(ParseScenario(R"(
-name: steps
-about: steps
-steps:
-  - failing: {SetMcaCloakCfg: {status: EFI_TIMEOUT}}
-  - repeat:
-      times: 2
-      steps:
-        - machine-check: {processor: [1, 2], bank: 5, status: 0xbea0000000000108}
-        - smi: machine-check
-  - failing: {SetMcaCloakCfg: never}
-  - wait: 1m
-  - smi: machine-check
-  - post-errors: {count: 2, codes: 01 02, status: EFI_SUCCESS}
-  - comm: {handler: gElogLogPOSTErrorToBMCGuid, data: 00 00, status: EFI_SUCCESS}
-  - silent: [3]
-expect:
-  - service: {step: 1, member: SetMcaCloakCfg, status: EFI_TIMEOUT}
-  - smi-enter: {step: 4, time: '*'}
-  - post-errors: {step: 5, count: 2, codes: 01 02}
-)",
-                                                       "r.yaml"));
-    ASSERT_EQ(Result.Misses.size(), 1u) << Result.Misses.front().What;
-    // The POST error handler has unregistered itself.
-    EXPECT_NE(Result.Misses.front().What.find("wanted EFI_SUCCESS"), std::string::npos) << Result.Misses.front().What;
 }
 
 }  // namespace

@@ -10,63 +10,6 @@ using Simulator::ParseScenario;
 using Simulator::Scenario;
 using Simulator::ScenarioError;
 
-TEST(ScenarioFile, EveryKeyOfTheMachineReachesTheConfiguration) {
-    const Simulator::Configuration Machine = ParseScenario(R"(
-name: machine
-about: all keys
-machine:
-  sockets: 1
-  cores: 3
-  threads: 1
-  banks: 64
-  channels: 2
-  dimms: 1
-  root-complexes: 2
-  pci-segments: 2
-  clock: {time: 2026-12-31 23:59:59, update-stuck: true, battery-dead: true}
-  apei: {PFEHEnable: 0, McaErrThreshCount: 0xFFE}
-  attributes: {CorErrLoggingThreshold: Disabled}
-  pcd: {0x37D: 1}
-  manufacturing-mode: 2
-  apei-os: false
-  apei-os-acknowledges: false
-  oem-threshold-map: [{hardware-id: 0x96, type: 0, misc0: 0xFF0, misc1: 0xFF1}]
-  missing: [gKyrRasServiceSmmProtocolGuid]
-  failing: {SetMcaCloakCfg: {status: EFI_TIMEOUT, times: 1, skip: 2}, LogBmcData: EFI_NOT_FOUND}
-  silent-processors: [2]
-  fail-allocation: 7
-  trace-levels: 0x80000000
-)",
-                                                           "m.yaml")
-                                                 .Machine;
-    EXPECT_EQ(Machine.Sockets, 1u);
-    EXPECT_EQ(Machine.CoresPerSocket, 3u);
-    EXPECT_EQ(Machine.ThreadsPerCore, 1u);
-    EXPECT_EQ(Machine.BanksPerProcessor, 64u);
-    EXPECT_EQ(Machine.ChannelsPerSocket, 2u);
-    EXPECT_EQ(Machine.DimmsPerChannel, 1u);
-    EXPECT_EQ(Machine.RootComplexesPerSocket, 2u);
-    EXPECT_EQ(Machine.PciSegments, 2u);
-    EXPECT_EQ(Machine.Clock, "2026-12-31 23:59:59");
-    EXPECT_TRUE(Machine.ClockUpdateStuck && Machine.ClockBatteryDead);
-    EXPECT_EQ(Machine.Apei, (std::map<std::string, std::uint64_t>{{"PFEHEnable", 0}, {"McaErrThreshCount", 0xFFE}}));
-    EXPECT_EQ(Machine.Attributes.at("CorErrLoggingThreshold"), "Disabled");
-    EXPECT_EQ(Machine.Pcd.at(0x37D), 1u);
-    EXPECT_EQ(Machine.ManufacturingMode, 2u);
-    EXPECT_FALSE(Machine.ApeiOsLoaded || Machine.ApeiOsAcknowledges);
-    ASSERT_TRUE(Machine.OemThresholdMap && Machine.OemThresholdMap->size() == 1);
-    EXPECT_EQ(Machine.OemThresholdMap->front().HardwareId, 0x96);
-    EXPECT_EQ(Machine.OemThresholdMap->front().Misc1, 0xFF1);
-    EXPECT_EQ(Machine.Missing, std::set<std::string>{"gKyrRasServiceSmmProtocolGuid"});
-    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Status, EFI_TIMEOUT);
-    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Times, 1u);
-    EXPECT_EQ(Machine.Failing.at("SetMcaCloakCfg").Skip, 2u);
-    EXPECT_EQ(Machine.Failing.at("LogBmcData").Status, EFI_NOT_FOUND);
-    EXPECT_EQ(Machine.SilentProcessors, std::set<unsigned>{2});
-    EXPECT_EQ(Machine.FailAllocation, 7u);
-    EXPECT_EQ(Machine.TraceLevels, 0x80000000u);
-}
-
 TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
     // Each text stands behind "name: x\nabout: y\n", so its first line is line 3.
     struct Row {

@@ -79,16 +79,6 @@ TEST(HealthEvent, HostEccIsRefusedWithoutPlaceOrBank) {
     EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(nullptr, HostEccCeccThreshold), EFI_INVALID_PARAMETER);
 }
 
-TEST(HealthEvent, TheEventLogIsLookedForUntilItIsFound) {
-    MemoryMachine Machine;
-    MemoryError Error;
-    Machine.Sim->SetFailure("SmmLocateProtocol", Simulator::Failure{EFI_NOT_FOUND, 1});
-    EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(&Error.Data, HostEccCeccThreshold), EFI_NOT_FOUND);
-    EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(&Error.Data, HostEccCeccThreshold), EFI_SUCCESS);
-    Machine.Sim->SetFailure("SmmLocateProtocol", Simulator::Failure{EFI_NOT_FOUND});
-    EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(&Error.Data, HostEccCeccThreshold), EFI_SUCCESS);
-}
-
 TEST(HealthEvent, RuntimeRepairHoldsPlaceAndResult) {
     struct Case {
         const char* Name;

@@ -12,49 +12,6 @@ using testing::IsEmpty;
 
 static VORN_ELOG_POLICY_PRIVATE_DATA& Policy = mPrivateDataVornElogPolicyLib;
 
-TEST(LeakyBucket, AThresholdOf100IsWalkedThroughRetirementWarningAndCritical) {
-    for (const bool IsSelWanted : {false, true}) {
-        Simulator::Configuration Settings;
-        Settings.Attributes["CECriticalSEL"] = IsSelWanted ? "Enabled" : "enabled";
-        MemoryMachine Machine(100, Settings);
-        const auto Blocks = Machine.Sim->Pool().LiveBlocks;
-        const auto Post = [&](unsigned Seconds, UINT16 Errors, UINT32 Row) {
-            return Machine.Post(MemoryError().At(Seconds).Errors(Errors).Row(Row));
-        };
-        EXPECT_THAT(Post(0, 6, 0x100), IsEmpty());
-        EXPECT_THAT(Post(60, 5, 0x200), IsEmpty());
-        EXPECT_THAT(Post(120, 1, 0x100),  // 12
-                    ElementsAre("health 02", "retire 0x45670000C0 at 0xC", "ghes EFI_SUCCESS", "sci 0x30000000"));
-        EXPECT_THAT(Post(180, 37, 0x200), IsEmpty());  // 49
-        EXPECT_EQ(Machine.Rows(), 2u);
-        EXPECT_THAT(Post(240, 1, 0x300), ElementsAre("ppr 1 row 200", "ppr saved", "health 02"));  // 50
-        EXPECT_EQ(Machine.Rows(), 0u);
-        EXPECT_THAT(Post(300, 20, 0x500), IsEmpty());
-        EXPECT_THAT(Post(360, 20, 0x400), IsEmpty());
-        EXPECT_THAT(Post(420, 9, 0x600), IsEmpty());  // 99
-        // The tie goes to the row that came later. Socket 1's tenth slot is location 64 + 10 - 1.
-        Story Critical = {"ppr 2 row 400",      "ppr saved",        "health 02",
-                          "counters off 1 4 1", "ghes EFI_SUCCESS", "sci 0x20000000"};
-        if (IsSelWanted) {
-            Critical.insert(Critical.begin(), "sel D4 13 74 34 44 49");
-        }
-        EXPECT_EQ(Post(480, 1, 0x600), Critical);  // 100
-        EXPECT_EQ(Machine.Dimm->Flags.CeccSmiDisabled, 1);
-        EXPECT_THAT(Post(540, 50, 0x700), IsEmpty());
-        EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 150u);
-        VornElogSmmClearMemoryCeccHashTable(1, 4, 1, 0);
-        EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks);
-
-        // The retirement's record and the repaired row's say that a threshold is exceeded; the row's is its latest.
-        const auto Records = Machine.Sim->LoggedRecords();
-        ASSERT_EQ(Records.size(), 2u);
-        for (std::size_t At = 0; At < 2; At++) {
-            EXPECT_EQ(Records[At][140], 0x08);
-            EXPECT_EQ(Records[At][25], At == 0 ? 2 : 6) << "minute";
-        }
-    }
-}
-
 TEST(LeakyBucket, OneErrorCrossesTheWarningAndOnlyALaterOneTheCriticalThreshold) {
     MemoryMachine Machine;
     EXPECT_THAT(Machine.Post(MemoryError().Errors(160)),
@@ -127,34 +84,6 @@ TEST(LeakyBucket, CountsSaturateAndADeltaOf0Saturates) {
     // No errors at all: the warning at once, with the row counted at 0; no page was counted, so none is retired.
     MemoryMachine Machine;
     EXPECT_THAT(Machine.Post(MemoryError().Errors(0)), ElementsAre("ppr 1 row 2abcd", "ppr saved", "health 02"));
-}
-
-TEST(LeakyBucket, SeventeenNotificationsAreTriedAndThenTheRankIsSilent) {
-    for (const bool IsOsBusy : {false, true}) {
-        MemoryMachine Machine(80);
-        if (IsOsBusy) {
-            Machine.Sim->SetFailure("ElogLogCper", Simulator::Failure{EFI_NOT_READY});
-        }
-        Machine.Post(MemoryError().Page(1));  // takes the entry that is marked
-        unsigned Tried = 0;
-        for (unsigned Count = 0; Count < 20; Count++) {
-            Machine.Rank().CeccPfaCurrentErrorCount = 20;
-            const Story Told = Machine.Post(MemoryError().Page(2).Errors(10));
-            Tried += Told.empty() ? 0 : 1;
-            EXPECT_EQ(Told.empty(), Count >= 17);
-        }
-        EXPECT_EQ(Tried, 17u);
-        EXPECT_EQ(Policy.OsEsxiPageRetireNotificationCount, 17);
-        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].MemoryPageAddress, 1u);
-        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationAttempted, 1);
-        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationSuccessful, !IsOsBusy);
-        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[0].ApeiHestNotificationTimestamp[6], IsOsBusy ? 0 : 26);
-        EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[1].ApeiHestNotificationAttempted, 0);
-        // Neither warning nor critical any more.
-        EXPECT_THAT(Machine.Post(MemoryError().Page(3).Errors(500)), IsEmpty());
-        EXPECT_EQ(Machine.Rank().Flags.WarnThresholdLogged, 0);
-        EXPECT_TRUE(Machine.Sim.Traced("pEsxiMemoryPageRetireEntry is returned as NULL"));
-    }
 }
 
 TEST(LeakyBucket, WithoutAPageArrayTheRankIsCountedButSilent) {

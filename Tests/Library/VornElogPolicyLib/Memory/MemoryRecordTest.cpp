@@ -55,34 +55,6 @@ TEST(MemoryRecord, EveryClassIsKeptInEveryMode) {
     }
 }
 
-TEST(MemoryRecord, WhatIsNoMemoryRecordIsRefused) {
-    struct Case {
-        const char* Name;
-        void (*Break)(MemoryError& Error);
-        const char* Text;
-    };
-    for (const Case& Test : {
-             Case{"no scan", [](auto& Error) { Error.Data.MachineCheck.ValidRasMcaErrorInfo = 0; },
-                  "VornElogSmmProcessErrorRecordMemory: ERROR RasMcaErrorInfo not valid, aborting..."},
-             Case{"a bank that no scan has", [](auto& Error) { Error.Data.MachineCheck.McaBankIndex = 64; },
-                  "VornElogSmmProcessErrorRecordMemory: ERROR McaBankIndex 64 >= Max 64, aborting..."},
-             Case{"another section",
-                  [](auto& Error) { Error.Cper()->Descriptor.SectionType = gCperSectionProcessorSpecificGuid; },
-                  "VornElogSmmProcessErrorRecordMemory: ERROR Supported CPER format not found, aborting..."},
-         }) {
-        SCOPED_TRACE(Test.Name);
-        MemoryMachine Machine;
-        MemoryError Error;
-        const auto Blocks = Machine.Sim->Pool().LiveBlocks;
-        Test.Break(Error);
-        VornElogSmmProcessErrorRecordMemory(Error.Cper(), &Error.Data);
-        EXPECT_TRUE(Machine.Sim.Traced(Test.Text));
-        VornElogSmmProcessErrorRecordMemory(nullptr, &Error.Data);
-        VornElogSmmProcessErrorRecordMemory(Error.Cper(), nullptr);
-        EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks);
-    }
-}
-
 TEST(MemoryRecord, TheLocationIsTheLowBytesOfAValidSection) {
     struct Case {
         const char* Name;
@@ -112,17 +84,4 @@ TEST(MemoryRecord, TheLocationIsTheLowBytesOfAValidSection) {
     }
     MemoryMachine Machine;
     EXPECT_EQ(VornElogSmmGetMemErrorLocation(nullptr), EFI_INVALID_PARAMETER);
-}
-
-TEST(MemoryRecord, InDiagnosticModeAnErrorIsReportedWithoutAScanButNotWithoutAPlace) {
-    MemoryMachine Machine(1, DiagnosticConfiguration());
-    MemoryError Error;
-    BOOLEAN Flag = FALSE;
-    Error.Data.MachineCheck.ValidRasMcaErrorInfo = 0;
-    EXPECT_THAT(Machine.Post(Error, &Flag), ElementsAre("sel D5 14 74 3E F7 49"));
-    EXPECT_EQ(Flag, TRUE);
-    Flag = FALSE;
-    Error.Section().ValidationBits = 0;
-    EXPECT_THAT(Machine.Post(Error, &Flag), IsEmpty());
-    EXPECT_EQ(Flag, FALSE);
 }

@@ -155,40 +155,6 @@ class RepairMachine : public MemoryMachine {
     static inline RepairMachine* Current = nullptr;
 };
 
-TEST(PprRequest, EachStepOnlyAfterTheOneBeforeIt) {
-    struct Case {
-        const char* Name;
-        void (*Break)(MemoryMachine& Machine);
-        EFI_STATUS Expected;
-        Story Told;
-    };
-    const std::string Created = "ppr 3 row 2abcd";
-    for (const Case& Test : {
-             Case{"repair", [](auto&) {}, EFI_SUCCESS, {Created, "ppr saved"}},
-             Case{"not supported", [](auto& Machine) { Machine.RepairSupported = FALSE; }, EFI_SUCCESS, {}},
-             Case{"not told", [](auto& Machine) { Machine.SupportedStatus = EFI_TIMEOUT; }, EFI_TIMEOUT, {}},
-             Case{"not created", [](auto& Machine) { Machine.CreateStatus = EFI_TIMEOUT; }, EFI_TIMEOUT, {Created}},
-             Case{"none needed", [](auto& Machine) { Machine.RepairCreated = FALSE; }, EFI_SUCCESS, {Created}},
-             Case{"not saved",
-                  [](auto& Machine) { Machine.SaveStatus = EFI_TIMEOUT; },
-                  EFI_TIMEOUT,
-                  {Created, "ppr saved"}},
-             Case{"no service",
-                  [](auto&) { mPrivateDataVornElogPolicyLib.pVornKyrMemoryPPRSmmProtocol = nullptr; },
-                  EFI_NOT_FOUND,
-                  {}},
-         }) {
-        SCOPED_TRACE(Test.Name);
-        MemoryMachine Machine;
-        MemoryError Error;
-        Test.Break(Machine);
-        EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_DEFER), Test.Expected);
-        EXPECT_EQ(Machine.TakeStory(), Test.Told);
-    }
-    MemoryMachine Machine;
-    EXPECT_EQ(VornElogSmmRequestPpr(nullptr, PPR_DEFER), EFI_INVALID_PARAMETER);
-}
-
 TEST(RuntimePprInit, TakesWhatItNeedsOrNothing) {
     struct Case {
         const char* Name;
@@ -236,48 +202,6 @@ TEST(RuntimePprInit, TakesWhatItNeedsOrNothing) {
     }
 }
 
-TEST(RuntimePpr, RowsAreScrubbedAndReportedOneByOne) {
-    RepairMachine Machine;
-    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-    Machine.OemInstances = 3;
-    Machine.Serve(2);
-    EXPECT_EQ(mReadyForNextRtPprReq, FALSE);
-    EXPECT_EQ(mRtPprReqDataBlock->PspCommandWord, 0u) << "the block is the PSP's again";
-    EXPECT_EQ(mNumOfRtPptEntryInServed, 2u);
-    EXPECT_EQ(std::memcmp(mChkRtPprComplStruct, Machine.Table, 1024), 0);
-
-    Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3) = 0x12345178;
-    Machine.Umc.Register(FakeUmc::SCRUB_LO, 3) = 0x01234567;
-    Machine.Umc.Register(FakeUmc::SCRUB_HI, 3) = 0x00000089;
-    Machine.LogError(20);  // an old error is no verdict
-    std::vector<UINT64> Starts;
-    Machine.Umc.OnScrub = [&](std::uint64_t From, std::uint64_t To) {
-        if (From % 0x1000 == 0) {
-            Starts.push_back(From);
-        }
-        if (From <= 0x100100040 && To > 0x100100040) {
-            Machine.LogError(21);
-        }
-    };
-    const UINT32 Status = 0;
-    EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(&Status), EFI_SUCCESS);
-    EXPECT_THAT(Machine.TakeStory(),
-                ElementsAre("clear 0 20", "threshold 0 20 0 type 2", "threshold 0 20 ff5 type 2",
-                            "health row 10 result 1", "clear 0 21", "threshold 0 21 0 type 2", "clear 0 21",
-                            "threshold 0 21 ff5 type 2", "health row 11 result 2", "oem 0: 1 2", "oem 0: 1 2"));
-    ASSERT_GE(Starts.size(), 2u);
-    EXPECT_EQ(Starts[0], 0x100000000u);
-    EXPECT_THAT(Starts, testing::Contains(0x100100000u));
-    // Off, though it was on; at its old address.
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3), 0x12345078u);
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_LO, 3), 0x01234567u);
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::SCRUB_HI, 3), 0x00000089u);
-    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Scrubbing Done.  Runtime PPR repair result: Passed."));
-    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Scrubbing Done.  Runtime PPR repair result: Failed."));
-    Machine.ExpectReset();
-    EXPECT_EQ(Machine.Service->PspRuntimePprCompletion(nullptr), EFI_INVALID_PARAMETER);
-}
-
 TEST(RuntimePpr, AMissedCompletionIsForcedByTheNextRequest) {
     struct Case {
         UINT32 QueueFull;
@@ -304,52 +228,6 @@ TEST(RuntimePpr, AMissedCompletionIsForcedByTheNextRequest) {
         EXPECT_EQ(mNumOfRtPptEntryInServed, 1u);
         EXPECT_EQ(mPspRtPprComplFlag, FALSE);
     }
-}
-
-TEST(RuntimePpr, ARefusedRequestLeavesTheStateAndADueVerificationRunsAllTheSame) {
-    RepairMachine Machine;
-    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-    MemoryError Error;
-    Machine.HandlerStatus = EFI_NOT_READY;
-    Machine.Served = 1;
-    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_NOT_READY);
-    EXPECT_EQ(mReadyForNextRtPprReq, TRUE);
-    EXPECT_EQ(mNumOfRtPptEntryInServed, 0u);
-    Machine.HandlerStatus = EFI_SUCCESS;
-    Machine.Serve(1);
-
-    Machine.CreateStatus = EFI_TIMEOUT;
-    mPspRtPprComplFlag = TRUE;
-    Machine.TakeStory();
-    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_TIMEOUT);
-    EXPECT_THAT(Machine.TakeStory(), ElementsAre("ppr 1 row 2abcd at run time"))
-        << "an entry not created ends it all";
-
-    Machine.RepairSupported = FALSE;
-    EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_SUCCESS);
-    EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 1"));
-    Machine.ExpectReset();
-
-    EXPECT_EQ(IsRtPprRepairedSuccess(), FALSE) << "no completion is due";
-    mPspRtPprComplFlag = TRUE;
-    mRtPprEn = FALSE;
-    EXPECT_EQ(IsRtPprRepairedSuccess(), FALSE);
-    EXPECT_THAT(Machine.TakeStory(), IsEmpty());
-}
-
-TEST(RepairVerification, AScrubThatNeverPassesTheRowEndsAfter200Looks) {
-    RepairMachine Machine;
-    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-    Machine.Serve(1);
-    Machine.Umc.ScrubStep = 0;
-    Machine.Umc.OnScrub = [&](std::uint64_t, std::uint64_t) { Machine.LogError(20); };
-    const auto Before = Machine.Sim->Now();
-    mPspRtPprComplFlag = TRUE;
-    EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
-    EXPECT_EQ(Machine.Umc.AddressReads, 201u);
-    EXPECT_EQ(Machine.Sim->Now() - Before, 200u);
-    EXPECT_TRUE(Machine.Sim.Traced("[RAS Runtime PPR] Timeout while waiting for scrubbing done."));
-    EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 2"));
 }
 
 TEST(RepairVerification, AStuckScrubberIsToldAndTheVerificationGoesOn) {
@@ -386,45 +264,6 @@ TEST(RepairVerification, WhatCannotBeReachedDoesNotPass) {
     }
     EXPECT_THAT(Health, ElementsAre("row 10 result 2", "row 11 result 2", "row 12 result 2", "row 13 result 1",
                                     "row 14 result 2", "row 15 result 1", "row 16 result 1", "row 17 result 1"));
-}
-
-TEST(RepairVerification, ARowOfADramAddressStartsAtItsFirstBank) {
-    for (const bool IsTranslated : {true, false}) {
-        RepairMachine Machine;
-        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-        static DRAM_ADDRESS Asked;
-        static UINT64 Answer;
-        Answer = IsTranslated ? 0x1000000FF : NORMALIZED_ADDRESS_TRANSLATION_FAILED;
-        Machine.Ras.DramToNormalized = [](UINT8 Socket, UINT8 Die, UINT8 Channel, const DRAM_ADDRESS* Address,
-                                          NORMALIZED_ADDRESS* Normalized) {
-            EXPECT_EQ(Socket, 1);
-            EXPECT_EQ(Die, 0);
-            EXPECT_EQ(Channel, 3);
-            Asked = *Address;
-            Normalized->NormalizedAddress = Answer;
-        };
-        RUNTIME_PPR_CHECK_ENTRY& Entry = Machine.Table[0];
-        Entry.EntryType = 8;
-        Entry.NormalizedAddress = 0x100000340;
-        Entry.ChipSelect = 2;
-        Entry.Bank = 0x17;
-        Entry.Column = 0x88;
-        Entry.RankMul = 3;
-        Entry.SubChannel = 1;
-        Machine.Umc.Register(0x50040 + 2 * 4, 3) = 0x8;  // two bank address bits
-        UINT64 Start = 0;
-        Machine.Umc.OnScrub = [&](std::uint64_t From, std::uint64_t) { Start = Start == 0 ? From : Start; };
-        Machine.Serve(1);
-        mPspRtPprComplFlag = TRUE;
-        EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
-        EXPECT_EQ(Asked.ChipSelect, 2);
-        EXPECT_EQ(Asked.Bank, 0x14);
-        EXPECT_EQ(Asked.Row, 0x10u);
-        EXPECT_EQ(Asked.Column, 0x88);
-        EXPECT_EQ(Asked.RankMultiplier, 3);
-        EXPECT_EQ(Asked.SubChannel, 1);
-        EXPECT_EQ(Start, IsTranslated ? 0x1000000C0u : 0x100000300u);
-    }
 }
 
 TEST(RepairVerification, CountingIsSuspendedWhereItIsDone) {

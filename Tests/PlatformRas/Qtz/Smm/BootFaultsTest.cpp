@@ -229,14 +229,4 @@ TEST(FailedStart, TakesBackAllThatConstructorsDid) {
     EXPECT_EQ(Sim->CallCommunicationHandler(Call), EFI_NOT_FOUND);
 }
 
-TEST(Boot, TwoBootsInOneProcessAreTheSame) {
-    std::string Journals[2];
-    for (int Round = 0; Round < 2; Round++) {
-        BootedSimulation Sim(DiagnosticConfiguration());
-        RunStory(Sim);
-        Journals[Round] = Sim->Events().ToJsonLines();
-    }
-    EXPECT_EQ(Journals[0], Journals[1]);
-}
-
 }  // namespace

@@ -79,25 +79,6 @@ TEST(FailingFree, IsReportedAndChangesNothingElse) {
     EXPECT_TRUE(Sim.Traced("ERROR Device Error from SmmFreePool for Element 0 CPER\n"));
 }
 
-// The store keeps what did not go out; what went out but was not cleared goes out again.
-TEST(EventLogStore, KeepsWhatWasNotSentOrNotCleared) {
-    BootedSimulation Sim(DiagnosticConfiguration());
-    std::vector<std::string> Sent;
-    for (const char* Failing : {"SendConsolidatedOemCommand", "ClearSelRecords", ""}) {
-        if (*Failing != 0) {
-            Sim->SetFailure(Failing, Simulator::Failure{EFI_DEVICE_ERROR, 1});
-        }
-        Sim.Fail(CorrectedError());
-    }
-    Sim.Fail(CorrectedError());
-    for (const Simulator::Event& One : Sim.Events("sel-send")) {
-        Sent.push_back(One.Fields.at("count").get<std::string>() + " " + One.Fields.at("status").get<std::string>());
-    }
-    // 21 refused, 42 sent and kept, 63 sent and cleared, 21.
-    EXPECT_THAT(Sent, testing::ElementsAre("0x15 EFI_DEVICE_ERROR", "0x2A EFI_SUCCESS", "0x3F EFI_SUCCESS",
-                                           "0x15 EFI_SUCCESS"));
-}
-
 // The events of the run's SMIs, each SMI's apart. Files are numbered over the run and left out.
 std::vector<std::string> EventsBySmi(BootedSimulation& Sim) {
     std::vector<std::string> Smis;

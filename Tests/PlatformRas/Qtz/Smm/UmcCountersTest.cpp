@@ -96,37 +96,6 @@ class UmcMachine {
     static inline UmcMachine* Current = nullptr;
 };
 
-TEST(UmcCounters, EveryActiveDimmGetsItsStartValueAndItsShadows) {
-    UmcMachine Machine;
-    EXPECT_EQ(VornConfigureUmcEccErrCntRegisters(), EFI_SUCCESS);
-    EXPECT_THAT(Machine.Calls, ElementsAre("1 5 1: 1111 fff0"));
-    for (UINT8 ChipSelect = 0; ChipSelect < 4; ChipSelect++) {
-        for (UINT8 RankMul = 0; RankMul < 8; RankMul++) {
-            EXPECT_EQ(Machine.Shadow(0, RankMul, ChipSelect), ChipSelect < 2 ? 0 : 0xFFF0);
-            EXPECT_EQ(Machine.Shadow(1, RankMul, ChipSelect), ChipSelect < 2 ? 0 : 0xFFF0);
-        }
-    }
-    EXPECT_EQ(VornGetPrivateDataUmcCeccErrorCounter(DEBUG_VERBOSE, 1, 6, 0, 2, 0), 0);
-}
-
-TEST(UmcCounters, ADimmThatCannotBeProgrammedStaysInvalid) {
-    UmcMachine Machine;
-    mPrivateDataVornElogPolicyLib.DimmData[1][5][0].Flags = {1, 1, 0};
-    Machine.Dimm0Status = EFI_DEVICE_ERROR;
-    EXPECT_EQ(VornConfigureUmcEccErrCntRegisters(), EFI_DEVICE_ERROR);
-    EXPECT_EQ(Machine.Calls.size(), 2u);
-    EXPECT_EQ(Machine.Shadow(1, 7, 1), 0xDEAD);
-    EXPECT_EQ(Machine.Shadow(1, 7, 2), 0xFFF0);
-    VornSetPrivateDataUmcCeccErrorCounterPerDimm(DEBUG_VERBOSE, 1, 5, 0, 7);
-    EXPECT_EQ(Machine.Shadow(0, 0, 0), 0xDEAD);
-    EXPECT_TRUE(
-        Machine.Sim.Traced("ERROR mUmcCeccErrorCount[PspSocket 1][PspChannel  5][SubCh 1][ChipSelect 1]"
-                           "[RankMul 7] = 0xdead (invalid), aborting..."));
-    Machine.Status = EFI_TIMEOUT;
-    EXPECT_EQ(VornConfigureUmcEccErrCntRegisters(), EFI_DEVICE_ERROR | EFI_TIMEOUT);
-    EXPECT_EQ(Machine.Shadow(0, 0, 3), 0xDEAD);
-}
-
 TEST(UmcCounters, ADeltaIsWhatSixteenCountersTookLessWhatTheLastStoodAbove) {
     struct Step {
         const char* Name;
@@ -164,29 +133,6 @@ TEST(UmcCounters, ADeltaIsWhatSixteenCountersTookLessWhatTheLastStoodAbove) {
     EXPECT_TRUE(
         Machine.Sim.Traced("ERROR CeccErrorCountAccumulatedPerPhysRankAfterUpdate 0x0001 < "
                            "CeccErrorCountAccumulatedPerPhysRankBeforeUpdate 0x0003"));
-}
-
-TEST(UmcCounters, InvalidShadowsCountInTheSumButNotBefore) {
-    UmcMachine Machine;
-    ASSERT_EQ(VornConfigureUmcEccErrCntRegisters(), EFI_SUCCESS);
-    Machine.Status = EFI_DEVICE_ERROR;
-    UINT16 Delta = 0;
-    Machine.Umc.Counter(5, 1 << 5 | 2 << 3 | 7) = 0xFFFF;
-    EXPECT_EQ(Machine.Delta(&Delta), EFI_SUCCESS);
-    EXPECT_EQ(Delta, 15);
-    EXPECT_EQ(Machine.Shadow(1, 7), 0xDEAD);
-    Machine.Status = EFI_SUCCESS;
-    Machine.Umc.Counter(5, 1 << 5 | 2 << 3 | 6) = 0xFFF2;
-    EXPECT_EQ(Machine.Delta(&Delta), EFI_SUCCESS);
-    EXPECT_EQ(Delta, 0x2154) << "2 and 0xFFFF - 0xDEAD";
-    EXPECT_EQ(Machine.Delta(&Delta), EFI_SUCCESS);
-    EXPECT_EQ(Delta, 0x2141) << "0xFFF0 - 0xDEAD, less the 2 of the last valid one";
-    EXPECT_EQ(Machine.Shadow(1, 7), 0xDEAD);
-
-    VornSetPrivateDataUmcCeccErrorCounterPerChipSelect(DEBUG_VERBOSE, 1, 5, 2, 0xDEAD);
-    UINT16 Before = 7;
-    VornGetPrivateDataUmcCeccErrorCounterPerChipSelect(DEBUG_VERBOSE, 1, 5, 2, 0xFFF0, &Before);
-    EXPECT_EQ(Before, 0);
 }
 
 TEST(UmcCounters, TheLogicalChannelFindsTheDimmAndThePhysicalOneTheCounters) {
@@ -242,37 +188,6 @@ TEST(UmcCounters, ADeltaThatCannotBeTakenChangesNothing) {
     UmcCeccPfaThresholdData Out{};
     EXPECT_EQ(VornGetUmcCeccErrorCounterDelta(DEBUG_VERBOSE, nullptr, &Out), EFI_INVALID_PARAMETER);
     EXPECT_EQ(VornGetUmcCeccErrorCounterDelta(DEBUG_VERBOSE, &Machine.Data, nullptr), EFI_INVALID_PARAMETER);
-}
-
-TEST(UmcShadowCounters, IndicesThatNoMachineHasAreRefused) {
-    UmcMachine Machine;
-    const UINT8 Bad[][5] = {{2, 0, 0, 0, 0}, {0, 12, 0, 0, 0}, {0, 0, 2, 0, 0}, {0, 0, 0, 4, 0}, {0, 0, 0, 0, 8}};
-    for (const auto& At : Bad) {
-        VornSetPrivateDataUmcCeccErrorCounter(DEBUG_VERBOSE, At[0], At[1], At[2], At[3], At[4], 5);
-        EXPECT_EQ(VornGetPrivateDataUmcCeccErrorCounter(DEBUG_VERBOSE, At[0], At[1], At[2], At[3], At[4]), 0xDEAD);
-    }
-    VornSetPrivateDataUmcCeccErrorCounterPerDimm(DEBUG_VERBOSE, 1, 5, 2, 5);
-    EXPECT_TRUE(Machine.Sim.Traced("ERROR Dimm 2 >= Max 2, aborting..."));
-}
-
-TEST(ReadyToBoot, CountersAreProgrammedInProductionModeWithPlatformFirstHandling) {
-    for (const bool IsDiagnostic : {false, true}) {
-        for (const bool IsPlatformFirst : {false, true}) {
-            UmcMachine Machine(IsDiagnostic);
-            mPlatformApeiData->PFEHEnable = IsPlatformFirst;
-            Machine.Status = EFI_TIMEOUT;
-            const EFI_STATUS Result = VornRasSmmReadyToBootCallback(nullptr, nullptr, nullptr);
-            EXPECT_EQ(Machine.Calls.size(), !IsDiagnostic && IsPlatformFirst ? 1u : 0u);
-            if (!IsDiagnostic) {
-                EXPECT_EQ(Result, IsPlatformFirst ? EFI_TIMEOUT : EFI_UNSUPPORTED);
-            }
-            // The boot itself ran with platform-first handling off.
-            EXPECT_EQ(Machine.Sim.Traced("VornRasSmmReadyToBootCallback: PFEH disabled so we skip configuring UMC "
-                                         "Corrected ECC error count registers, exiting..."),
-                      !IsDiagnostic);
-            EXPECT_TRUE(Machine.Sim.Traced("Performing KYR IO corrected error interrupt configuration"));
-        }
-    }
 }
 
 }  // namespace
