@@ -161,8 +161,8 @@ EFI_STATUS VornElogCxlMbCmdGetEventInterruptPolicy(const PCI_DEVICE_STATE* pPciD
     ANSWER Answer = {};
     const EFI_STATUS Status =
         RunCommand(pPciDeviceState, GET_EVENT_INTERRUPT_POLICY, nullptr, 0, sizeof(*pPolicy), &Answer, __func__);
-    if (EFI_ERROR(Status)) {
-        return Status;
+    if (Answer.Payload == nullptr) {
+        return Status;  // an error: this command always has an answer
     }
     // A device with dynamic capacity tells a fifth setting, which stays as it is.
     CopyMem(pPolicy, Answer.Payload, sizeof(*pPolicy));
