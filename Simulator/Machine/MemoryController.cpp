@@ -46,6 +46,7 @@ bool MemoryController::Write(std::uint32_t Register, std::uint32_t Value) {
     switch (Register) {
         case UMC_DRAM_SCRUB_CTRL:
             ScrubControl = Value;
+            ScrubberTouched = true;
             return true;
         case UMC_DRAM_SCRUB_ADDR_LO:
             ScrubPosition = SetHalf(ScrubPosition, 0, Value & ~static_cast<std::uint32_t>(SCRUB_LINE_MASK));

@@ -26,6 +26,9 @@ class MemoryController : public SmnDevice {
  public:
     static constexpr std::uint32_t REGISTER_BLOCK = 0x1000;  // bytes
 
+    // ScrubberTouched: set whenever the scrubber may have begun to walk.
+    explicit MemoryController(bool& ScrubberTouched) : ScrubberTouched(ScrubberTouched) {}
+
     // Capacity in bytes: where the scrubber begins anew. ScrubRate: bytes a microsecond.
     void Configure(std::uint64_t Capacity, std::uint64_t ScrubRate);
     void SetAddressConfig(unsigned ChipSelect, std::uint32_t Value) {
@@ -51,6 +54,7 @@ class MemoryController : public SmnDevice {
     }
     void EnableScrubber() {
         ScrubControl = DramScrubCtrl::Enable::Set(ScrubControl, 1);
+        ScrubberTouched = true;
     }
     std::uint64_t ScrubAddress() const {
         return ScrubPosition;
@@ -69,6 +73,7 @@ class MemoryController : public SmnDevice {
         return EccErrCntSel::Index::Get(Select);
     }
 
+    bool& ScrubberTouched;
     std::array<std::uint32_t, UMC_CHIP_SELECTS> AddressConfig{};
     std::array<std::uint16_t, COUNTERS> Counters{};
     std::array<bool, UMC_CHIP_SELECTS> InterruptOff{};

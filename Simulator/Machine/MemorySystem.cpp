@@ -85,7 +85,7 @@ MemorySystem::MemorySystem(Machine& Machine) : Hardware(Machine), Addresses(Mach
             Complexes, [Socket](const RootComplex& One) { return One.Socket == Socket && One.Index == 0; });
         SmnSpace& Smn = Hardware.SmnOf(static_cast<std::size_t>(Hub - Complexes.begin()));
         for (unsigned Channel = 0; Channel < Settings.ChannelsPerSocket; Channel++) {
-            auto& One = *Controllers[Socket].emplace_back(std::make_unique<MemoryController>());
+            auto& One = *Controllers[Socket].emplace_back(std::make_unique<MemoryController>(MayScrub));
             One.Configure(Addresses.CapacityOf(Socket, Channel), Settings.Dram.ScrubRate);
             for (unsigned ChipSelect = 0; ChipSelect < UMC_CHIP_SELECTS; ChipSelect++) {
                 One.SetAddressConfig(ChipSelect, AddressConfigOf(Addresses.HasRank(Socket, Channel, ChipSelect)));
@@ -182,9 +182,14 @@ unsigned MemorySystem::DeviceCount() const {
 }
 
 void MemorySystem::Advance(std::uint64_t Microseconds) {
+    if (!MayScrub) {
+        return;
+    }
+    MayScrub = false;
     for (unsigned Socket = 0; Socket < Controllers.size(); Socket++) {
         for (unsigned Channel = 0; Channel < Controllers[Socket].size(); Channel++) {
             if (Controllers[Socket][Channel]->IsScrubbing()) {
+                MayScrub = true;
                 Scrub(Socket, Channel, Microseconds);
             }
         }

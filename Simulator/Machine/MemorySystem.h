@@ -89,6 +89,7 @@ class MemorySystem {
 
     Machine& Hardware;
     AddressMap Addresses;
+    bool MayScrub = false;  // some scrubber walks; asked for with every microsecond that a processor waits
     std::vector<std::vector<std::unique_ptr<MemoryController>>> Controllers;  // by socket and channel
     std::vector<BadRow> BadRows;
 };

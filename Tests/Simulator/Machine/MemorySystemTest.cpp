@@ -30,7 +30,8 @@ TEST(MemoryController, CountsUpToTheLimitAndAsksFromThereOn) {
     const EccCounter Which{1, 2, 7};
     for (const auto& Case : Cases) {
         SCOPED_TRACE(Case.What);
-        MemoryController Umc;
+        bool IsTouched = false;
+        MemoryController Umc(IsTouched);
         EXPECT_TRUE(Umc.Write(0xD88, Case.Control));
         EXPECT_TRUE(Umc.Write(0xD80, 1 << 5 | 2 << 3 | 7));
         EXPECT_TRUE(Umc.Write(0xD84, Case.Start));
@@ -43,7 +44,8 @@ TEST(MemoryController, CountsUpToTheLimitAndAsksFromThereOn) {
 }
 
 TEST(MemoryController, ScrubberWalksUpwardAndAround) {
-    MemoryController Umc;
+    bool IsTouched = false;
+    MemoryController Umc(IsTouched);
     Umc.Configure(0x100000000, 64);
     EXPECT_FALSE(Umc.IsScrubbing());
     Umc.Write(0x180, 0xFFFFFF7F);  // the low bits are no line's
@@ -94,40 +96,6 @@ class MemorySystemTest : public testing::Test {
     static constexpr std::uint64_t NORMALIZED =
         0x1800000000 + ((0x1000ULL << 13 | 2 << 11 | 2 << 4 | 1 << 1 | 1) << 6);
 };
-
-TEST_F(MemorySystemTest, BankSaysWhatRealOnesSay) {
-    const struct {
-        const char* What;
-        MemoryErrorKind Kind;
-        bool HasSymbol, HasSyndrome;
-        std::uint64_t Status, Addr, Synd;
-    } Cases[] = {
-        {"corrected", MemoryErrorKind::Corrected, true, true, 0x9C2040000400011B, NORMALIZED, 0x000100010A80120B},
-        {"no symbol", MemoryErrorKind::Corrected, false, true, 0x9C2040000400011B, NORMALIZED, 0x000100010A80800B},
-        {"no syndrome", MemoryErrorKind::Corrected, true, false, 0x9C0040000400011B, NORMALIZED, 0x000100010A80120B},
-        {"deferred", MemoryErrorKind::Deferred, false, true, 0x9C2030000400011B, NORMALIZED, 0x000100010A80800B},
-        {"uncorrected", MemoryErrorKind::Uncorrected, false, true, 0xBC2020000400011B, NORMALIZED,
-         0x000100010A80800B},
-        // Group 1, address 2, row 1000.
-        {"row check", MemoryErrorKind::RowCheck, true, true, 0x9C2040000008011B, 1 << 20 | 2 << 18 | 0x1000,
-         0x000100010A80120B},
-    };
-    Hardware.ProcessorAt(8).Bank(17).Set(MCA_CONFIG, 1ULL << 34);
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.What);
-        MemoryError Error = Corrected();
-        Error.Kind = Case.Kind;
-        Error.HasSyndrome = Case.HasSyndrome;
-        if (!Case.HasSymbol) {
-            Error.Symbol.reset();
-        }
-        ClearBank();
-        Hardware.Dram().Inject(Error, 1);
-        EXPECT_EQ(Bank(MCA_STATUS), Case.Status);
-        EXPECT_EQ(Bank(MCA_ADDR), Case.Addr);
-        EXPECT_EQ(Bank(MCA_SYND), Case.Synd);
-    }
-}
 
 TEST_F(MemorySystemTest, ScrubberFindsWhatIsNotRepaired) {
     const DeviceRange Device4{4, 4}, Device5{5, 5}, All{0, 9};
