@@ -1,6 +1,7 @@
 // Cost of reading a CXL memory device's events: one log with 1, 100 and 10,000 of them in one SMI. Mailbox commands
 // are counted, and the time that the processors would spend in SMM waiting for them, beside the software's own. From
-// the tenth event on each one is part of a storm and has the log's interrupt switched off (two commands more).
+// the tenth event on each one that the PCI buffer takes (it holds 256) is part of a storm and has the log's interrupt
+// switched off: two commands more.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
