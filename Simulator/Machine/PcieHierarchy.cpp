@@ -99,7 +99,10 @@ void PcieHierarchyBuilder::AddPort(const PciePortSetting& Setting) {
     Bus& Root = Fabric.RootBuses[Index];
     PcieFunction& Port =
         Add(Root, Setting.Function, nullptr, Index, Setting.Function.Device.value_or(FreeDevice(Root, Number + 1)));
-    if (Setting.Function.Kind == PcieKind::RootPort || Setting.Function.Kind == PcieKind::EventCollector) {
+    // A restricted CXL device stands for its port, which is no function of its own.
+    const bool IsPort = Setting.Function.Kind == PcieKind::RootPort ||
+                        Setting.Function.Kind == PcieKind::EventCollector || Setting.CxlCapable;
+    if (IsPort) {
         AddHubPort(Port, Index, Number, Setting.CxlCapable, Setting.CxlMode);
     }
     AddBelow(Port, Setting.Function, Here, Index);
