@@ -5,6 +5,7 @@
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 #include "Library/VornElogChipsetLib/SelPcie.h"
 #include "Library/VornElogChipsetLib/SelRegisters.h"
+#include "Library/VornElogPolicyLib/Pcie/UnsupportedRequest.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
 void LogVendorDeviceId(const PCI_DEVICE_STATE& PciDeviceState) {
@@ -53,14 +54,19 @@ static void LogEventOf(PCI_SBDF Sbdf, const PCIE_SEL_DATA& SelData, const PCI_SL
                              &SlotNumberData);
 }
 
-// Of a function that was not captured: nothing when it does not answer.
-static void LogLiveVendorDeviceId(PCI_SBDF Sbdf) {
+// Of a function that was not captured: nothing when it does not answer. The port must not take the question for a new
+// error, which would raise the SMI again for as long as nobody is there.
+static void LogLiveVendorDeviceId(const PCI_DEVICE_STATE& RootPort, PCI_SBDF Sbdf) {
+    BOOLEAN IsReportingEnabled = FALSE;
+    BOOLEAN IsUnmasked = FALSE;
+    BOOLEAN IsAdvisoryUnmasked = FALSE;
+    VornElogSuppressUnsupportedRequest(&RootPort, &IsReportingEnabled, &IsUnmasked, &IsAdvisoryUnmasked);
     const UINT16 VendorId = PciSegmentRead16(PciFunctionAddress(Sbdf, PCI_VENDOR_ID));
-    if (VendorId == PCI_VENDOR_ID_ABSENT) {
-        return;
+    if (VendorId != PCI_VENDOR_ID_ABSENT) {
+        const UINT16 DeviceId = PciSegmentRead16(PciFunctionAddress(Sbdf, PCI_DEVICE_ID));
+        ElogLogRegisterInfo(PCI_VENDOR_ID, static_cast<UINT32>(DeviceId) << 16 | VendorId);
     }
-    const UINT16 DeviceId = PciSegmentRead16(PciFunctionAddress(Sbdf, PCI_DEVICE_ID));
-    ElogLogRegisterInfo(PCI_VENDOR_ID, static_cast<UINT32>(DeviceId) << 16 | VendorId);
+    VornElogRestoreUnsupportedRequest(&RootPort, IsReportingEnabled, IsUnmasked, IsAdvisoryUnmasked);
 }
 
 // The device below a root port that has one bus below it; that is where a slot's card sits.
@@ -94,7 +100,7 @@ void VornElogSmmPostProcessErrorRecordPcieOrCxlRootPort(
             LogEventOf(Below, *pSelData, *pSlotNumberData);
         }
         if (pEntry->VendorDeviceId == FALSE) {
-            LogLiveVendorDeviceId(Below);
+            LogLiveVendorDeviceId(*pPciDeviceState, Below);
             pEntry->VendorDeviceId = TRUE;
         }
     }
