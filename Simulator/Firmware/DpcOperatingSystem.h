@@ -1,5 +1,5 @@
 // An operating system that recovers contained ports by Error Disconnect Recover, and the ACPI code between it and the
-// firmware (PCI Firmware Specification 3.3, sections 4.6.12 and 4.6.13; ACPI 6.5, section 6.3.5). All that the two
+// firmware (PCI Firmware 3.3, sections 4.6.12 and 4.6.13; ACPI 6.5, section 6.3.5). All that the two
 // remember lies in the memory that they share with the driver.
 #pragma once
 
