@@ -25,6 +25,16 @@ bool IsPcieLink(const PcieFunction& Port) {
     return Port.IsDownstreamPort() || Port.PortType() == PcieSwitchUpstreamPort;
 }
 
+bool HasInWindow(const PcieFunction& Bridge, std::uint64_t Address) {
+    const auto From = [&Bridge](unsigned Register) { return std::uint64_t{Bridge.Peek(Register, 2) & 0xFFF0} << 16; };
+    const auto Upper = [&Bridge](unsigned Register) { return std::uint64_t{Bridge.Peek(Register, 4)} << 32; };
+    constexpr std::uint64_t UNIT = PciMemoryWindow::UnitMask;
+    const std::uint64_t First = From(PCI_PREFETCHABLE_MEMORY_BASE) | Upper(PCI_PREFETCHABLE_BASE_UPPER);
+    const std::uint64_t Last = From(PCI_PREFETCHABLE_MEMORY_LIMIT) | Upper(PCI_PREFETCHABLE_LIMIT_UPPER) | UNIT;
+    return (From(PCI_MEMORY_BASE) <= Address && Address <= (From(PCI_MEMORY_LIMIT) | UNIT)) ||
+           (First <= Address && Address <= Last);
+}
+
 }  // namespace
 
 PcieFabric::PcieFabric(const PcieSettings& Wanted, const std::vector<RootComplex>& Complexes, PciSpace& Functions)
@@ -74,7 +84,11 @@ PcieFunction* PcieFabric::Find(std::string_view Name) {
 }
 
 PcieFunction* PcieFabric::Find(const PciAddress& Where) {
-    PcieFunction* Found = nullptr;
+    // A function that bridges do not lead to has its address all the same.
+    PcieFunction* Found = dynamic_cast<PcieFunction*>(Space.Find(Where));
+    if (Found != nullptr) {
+        return Found;
+    }
     ForEach([&](PcieFunction& One) {
         if (Found == nullptr && One.Where() == Where) {
             Found = &One;
@@ -208,14 +222,21 @@ PcieFabric::MappedRegister PcieFabric::FindRegister(std::uint64_t Address, unsig
                              !Function->IsDead() && !Function->IsInD3Hot() &&
                              Space.Find(Function->Where()) == Function;
         for (const PcieFunction::MappedBar& Bar : Function->MappedBars()) {
-            const std::uint64_t Base = Answers ? Function->BarBase(Bar.Index) : Bar.AssignedBase;
-            const std::uint64_t Offset = Address - Base;
-            if (Offset < Bar.Size && Width <= Bar.Size - Offset) {
-                return {true, Answers ? Bar.Device : nullptr, Offset};
+            const std::uint64_t Current = Function->BarBase(Bar.Index);
+            // One that died while the register was sized is still what its bridge's window leads to.
+            for (const std::uint64_t Base : {Current, Answers ? Current : Bar.AssignedBase}) {
+                const std::uint64_t Offset = Address - Base;
+                if (Offset < Bar.Size && Width <= Bar.Size - Offset) {
+                    return {true, Answers ? Bar.Device : nullptr, Offset};
+                }
             }
         }
     }
-    return {};
+    // The bridges above lead there, whoever has left.
+    const bool IsRouted = std::ranges::any_of(WithRegisters, [&](const PcieFunction* Function) {
+        return Function->Above != nullptr && HasInWindow(*Function->Above, Address);
+    });
+    return {IsRouted, nullptr, 0};
 }
 
 void PcieFabric::MapBar(PcieFunction& Function, unsigned Index, std::uint64_t Size, MmioDevice& Device) {

@@ -28,14 +28,15 @@ struct SCAN_CONTEXT {
     PCI_DEVICE_STATE* pQueuedRootPort;  // NULL when it was not queued
 };
 
-// Records in the queue link to the record that the scan frees in the end: those that do are made to link to
-// themselves. Returns the root port's queued record, NULL without one.
+// The record that was queued last, if it is the root port's, links to the record that the scan frees in the end: it
+// is made to link to itself. Returns the root port's queued record, the first one if it was scanned before; NULL
+// without one.
 PCI_DEVICE_STATE* LinkQueuedRootPort(const PCI_DEVICE_STATE* pRootPort) {
-    for (QUEUE_NODE* pNode = QueueHead(mPrivateDataVornElogPolicyLib.pQueuePciDeviceData); pNode != nullptr;
-         pNode = pNode->pNext) {
-        auto* pQueued = static_cast<PCI_DEVICE_STATE*>(pNode->pData);
-        if (pQueued->PcieRootPortData.pPciDeviceStateUpstreamRootPort == pRootPort) {
-            pQueued->PcieRootPortData.pPciDeviceStateUpstreamRootPort = pQueued;
+    const QUEUE* pQueue = mPrivateDataVornElogPolicyLib.pQueuePciDeviceData;
+    if (QueueHead(pQueue) != nullptr) {
+        auto* pNewest = static_cast<PCI_DEVICE_STATE*>(pQueue->pTail->pData);
+        if (pNewest->PcieRootPortData.pPciDeviceStateUpstreamRootPort == pRootPort) {
+            pNewest->PcieRootPortData.pPciDeviceStateUpstreamRootPort = pNewest;
         }
     }
     const PCI_SBDF Where = SbdfOf(pRootPort->PciAddress);
