@@ -5,6 +5,7 @@
 #include "Library/VornElogPolicyLib/Pcie/ErrorSeverity.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
 #include "Library/VornElogPolicyLib/Pcie/PowerState.h"
+#include "Library/VornElogPolicyLib/Pcie/UnsupportedRequest.h"
 #include "Library/VornElogPolicyLib/Pcie/VendorDefinedMessage.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
@@ -20,14 +21,19 @@ bool IsRpPioPort(const PCI_DEVICE_STATE& State) {
     return IsDpcCapablePort(State) && HasDpcRpExtensions(State);
 }
 
-// Whether a function below the port that sleeps in D3hot owns the address of the request.
+// Whether a function below the port that sleeps in D3hot owns the address of the request. The port's own unsupported
+// requests are looked at later: those of this search must not be among them.
 bool IsOwnedBySleepingFunction(const PCI_DEVICE_STATE& Port, const UINT32* pHeaderLog, const CHAR8* Caller) {
     const UINT8* const Header = Port.PciHeader;
     const UINT8 SecondaryBus = Header[PCI_SECONDARY_BUS_NUMBER];
     if (PciHeaderType::Layout::Get(Header[PCI_HEADER_TYPE]) != PciHeaderType::Type1 || SecondaryBus == 0) {
         return false;
     }
-    return AnyFunctionOnBuses(
+    BOOLEAN IsReportingEnabled = FALSE;
+    BOOLEAN IsUnmasked = FALSE;
+    BOOLEAN IsAdvisoryUnmasked = FALSE;
+    VornElogSuppressUnsupportedRequest(&Port, &IsReportingEnabled, &IsUnmasked, &IsAdvisoryUnmasked);
+    const bool IsOwned = AnyFunctionOnBuses(
         SbdfOf(Port.PciAddress).Seg, SecondaryBus, Header[PCI_SUBORDINATE_BUS_NUMBER], [&](const PCI_SBDF& At) {
             if (!VornElogSmmCheckD3HotState(At.Seg, At.Bus, At.Dev, At.Func) ||
                 !VornElogSmmCheckMemAccessForPcieDev(At.Seg, At.Bus, At.Dev, At.Func, pHeaderLog)) {
@@ -39,6 +45,8 @@ bool IsOwnedBySleepingFunction(const PCI_DEVICE_STATE& Port, const UINT32* pHead
                     At.Seg, At.Bus, At.Dev, At.Func);
             return true;
         });
+    ResumeUnsupportedRequestReporting(Port, IsReportingEnabled, IsUnmasked, IsAdvisoryUnmasked);
+    return IsOwned;
 }
 
 struct RP_PIO_SCREEN {

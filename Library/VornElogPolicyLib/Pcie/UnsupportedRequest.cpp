@@ -193,6 +193,20 @@ EFI_STATUS VornElogSuppressUnsupportedRequest(const PCI_DEVICE_STATE* pPciDevice
     return EFI_SUCCESS;
 }
 
+void ResumeUnsupportedRequestReporting(const PCI_DEVICE_STATE& State, BOOLEAN IsPcieDeviceControlUrReportingEnabled,
+                                       BOOLEAN IsPcieAerUrReportingUnmasked,
+                                       BOOLEAN IsPcieAerAdvisoryNonFatalReportingUnmasked) {
+    if (State.AerOffset != 0) {
+        Rewrite32(LiveRegister(State, State.AerOffset + AER_UNCORRECTABLE_MASK),
+                  IsPcieAerUrReportingUnmasked != FALSE ? AerUncorrectable::UnsupportedRequest : 0, 0);
+        Rewrite32(LiveRegister(State, State.AerOffset + AER_CORRECTABLE_MASK),
+                  IsPcieAerAdvisoryNonFatalReportingUnmasked != FALSE ? AerCorrectable::AdvisoryNonFatalError : 0, 0);
+    }
+    Rewrite16(LiveRegister(State, State.PcieCapabilityOffset + PCIE_DEVICE_CONTROL), 0,
+              IsPcieDeviceControlUrReportingEnabled != FALSE ? PcieDeviceControl::UnsupportedRequestReportingEnable
+                                                             : UINT16{0});
+}
+
 EFI_STATUS VornElogRestoreUnsupportedRequest(const PCI_DEVICE_STATE* pPciDeviceState,
                                              BOOLEAN IsPcieDeviceControlUrReportingEnabled,
                                              BOOLEAN IsPcieAerUrReportingUnmasked,
@@ -204,8 +218,7 @@ EFI_STATUS VornElogRestoreUnsupportedRequest(const PCI_DEVICE_STATE* pPciDeviceS
     if (State.PcieCapabilityOffset == 0) {
         return EFI_UNSUPPORTED;
     }
-    const bool HasAer = State.AerOffset != 0;
-    if (HasAer) {
+    if (State.AerOffset != 0) {
         PciSegmentWrite32(LiveRegister(State, State.AerOffset + AER_UNCORRECTABLE_STATUS),
                           AerUncorrectable::UnsupportedRequest);
         PciSegmentWrite32(LiveRegister(State, State.AerOffset + AER_CORRECTABLE_STATUS),
@@ -213,14 +226,7 @@ EFI_STATUS VornElogRestoreUnsupportedRequest(const PCI_DEVICE_STATE* pPciDeviceS
     }
     PciSegmentWrite16(LiveRegister(State, State.PcieCapabilityOffset + PCIE_DEVICE_STATUS),
                       PcieDeviceStatus::UnsupportedRequestDetected);
-    if (HasAer) {
-        Rewrite32(LiveRegister(State, State.AerOffset + AER_UNCORRECTABLE_MASK),
-                  IsPcieAerUrReportingUnmasked != FALSE ? AerUncorrectable::UnsupportedRequest : 0, 0);
-        Rewrite32(LiveRegister(State, State.AerOffset + AER_CORRECTABLE_MASK),
-                  IsPcieAerAdvisoryNonFatalReportingUnmasked != FALSE ? AerCorrectable::AdvisoryNonFatalError : 0, 0);
-    }
-    Rewrite16(LiveRegister(State, State.PcieCapabilityOffset + PCIE_DEVICE_CONTROL), 0,
-              IsPcieDeviceControlUrReportingEnabled != FALSE ? PcieDeviceControl::UnsupportedRequestReportingEnable
-                                                             : UINT16{0});
+    ResumeUnsupportedRequestReporting(State, IsPcieDeviceControlUrReportingEnabled, IsPcieAerUrReportingUnmasked,
+                                      IsPcieAerAdvisoryNonFatalReportingUnmasked);
     return EFI_SUCCESS;
 }

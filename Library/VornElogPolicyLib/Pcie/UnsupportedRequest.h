@@ -23,3 +23,9 @@ EFI_STATUS VornElogRestoreUnsupportedRequest(const PCI_DEVICE_STATE* pPciDeviceS
                                              BOOLEAN IsPcieDeviceControlUrReportingEnabled,
                                              BOOLEAN IsPcieAerUrReportingUnmasked,
                                              BOOLEAN IsPcieAerAdvisoryNonFatalReportingUnmasked);
+
+// Turns on again what the three answers say and clears nothing: for probes before the port's own errors were looked
+// at. What the probes leave is then masked, and cleared with the rest.
+void ResumeUnsupportedRequestReporting(const PCI_DEVICE_STATE& State, BOOLEAN IsPcieDeviceControlUrReportingEnabled,
+                                       BOOLEAN IsPcieAerUrReportingUnmasked,
+                                       BOOLEAN IsPcieAerAdvisoryNonFatalReportingUnmasked);
