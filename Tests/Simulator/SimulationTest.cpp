@@ -1,21 +1,15 @@
-// A booted machine: the same run twice, memory that is accounted for, the way in and out of SMM.
+// A booted machine: a driver loaded afresh, and a run without journal and trace.
 #include "Simulator/Simulation.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "Platform/Protocol/RasService.h"
 #include "Simulator/Firmware/Firmware.h"
-#include "Simulator/Firmware/ServiceTables.h"
 #include "Tests/Support/BootedSimulation.h"
 
 namespace Simulator {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr std::uint64_t UNCORRECTED = 0xBEA0000000000108;

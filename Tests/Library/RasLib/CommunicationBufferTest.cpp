@@ -3,30 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "Platform/Guids.h"
 #include "Platform/Protocol/SiliconServices.h"
-#include "Platform/Protocol/VendorServices.h"
 #include "Simulator/Simulation.h"
 #include "Tests/Support/FakeServices.h"
 
 namespace {
-
-std::u16string StoredValue;
-EFI_STATUS StoreStatus = EFI_SUCCESS;
-
-EFI_STATUS ReadStored(const VORN_ATTRIBUTE_SMM_PROTOCOL*, const EFI_GUID*, const CHAR16* Name, UINT32* Attributes,
-                      UINTN* DataSize, void* Data) {
-    EXPECT_EQ(std::u16string(Name), u"SmmSecurityMitigation");
-    EXPECT_EQ(Attributes, nullptr);
-    EXPECT_EQ(*DataSize, 62u);
-    if (!EFI_ERROR(StoreStatus)) {
-        *DataSize = StoredValue.size() * sizeof(CHAR16);
-        std::memcpy(Data, StoredValue.data(), *DataSize);
-    }
-    return StoreStatus;
-}
 
 class CommunicationBuffer : public testing::Test {
  protected:

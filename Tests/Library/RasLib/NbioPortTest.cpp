@@ -44,11 +44,6 @@ TEST(NbioPort, ARootPortIsFoundThroughFabricHubAndBridgeMap) {
         EXPECT_EQ(ConvertRpPciAddrToNbioWrapperPort(Address + (1 << 15), &Iom, &Core, &Port), EFI_NOT_FOUND);
         EXPECT_EQ(Iom, Test.Iom);
     }
-    UINT8 Iom, Core;
-    NBIO_PORT_INFO Port;
-    EXPECT_EQ(ConvertRpPciAddrToNbioWrapperPort(0, nullptr, &Core, &Port), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(ConvertRpPciAddrToNbioWrapperPort(0, &Iom, nullptr, &Port), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(ConvertRpPciAddrToNbioWrapperPort(0, &Iom, &Core, nullptr), EFI_INVALID_PARAMETER);
 }
 
 TEST(NbioPort, ABusBelongsToTheRangeThatHoldsIt) {

@@ -4,8 +4,6 @@
 
 #include <array>
 
-#include "Library/RasLib/Smn.h"
-#include "Simulator/Machine/Machine.h"
 #include "Simulator/Simulation.h"
 
 namespace {

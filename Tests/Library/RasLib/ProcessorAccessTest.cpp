@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Include/McaRegisters.h"
 #include "Library/RasLib/Globals.h"
 #include "Simulator/Simulation.h"
 

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Guids.h"
 #include "Platform/Protocol/VendorServices.h"
 #include "Simulator/Simulation.h"
 #include "Tests/Support/FakeServices.h"
@@ -18,31 +17,12 @@ DIMM_MAP_ENTRY Dimm(UINT8 Socket, UINT8 UmcChannel, UINT8 OnChannel, const CHAR1
     return {Socket, UmcChannel, 0xEE, OnChannel, {0xEE, 0xEE, 0xEE, 0xEE}, Label};
 }
 
-VORN_MEMORY_SLOT_INFO Slot(UINT8 Socket, UINT8 UmcChannel, UINT8 OnChannel) {
-    VORN_MEMORY_SLOT_INFO Made{};
-    Made.Socket = Socket;
-    Made.UmcChannel = UmcChannel;
-    Made.Dimm = OnChannel;
-    return Made;
-}
-
-// A driver that has started without a memory interface; a hand-made one comes later.
+// A driver that has started without a memory interface: its table is the test's.
 class DimmLocation : public testing::Test {
  protected:
     DimmLocation() {
         Array.NumDimmSlot = static_cast<UINT16>(Dimms.size());
         Array.DimmMap = Dimms.data();
-        Interface.GetMemoryArrayPtr = [](VORN_MEMORY_ARRAY** MemoryArray) {
-            Made->Calls += "A";
-            *MemoryArray = Made->Calls.size() > 2 ? &Made->Array : nullptr;
-            return Made->Calls.size() == 1 ? EFI_NOT_READY : EFI_SUCCESS;
-        };
-        Interface.GetSlotInfoPtr = [](UINT8 DimmIndex, VORN_MEMORY_SLOT_INFO** SlotInfo) {
-            Made->Calls += std::to_string(DimmIndex);
-            *SlotInfo = DimmIndex == 2 ? nullptr : &Made->Slots.at(DimmIndex);
-            return DimmIndex == 1 ? EFI_DEVICE_ERROR : EFI_SUCCESS;
-        };
-        Made = this;
     }
     ~DimmLocation() override {
         FreeDimmMappingTable();
@@ -67,7 +47,6 @@ class DimmLocation : public testing::Test {
         return Result;
     }
 
-    static inline DimmLocation* Made = nullptr;
     Simulator::Simulation Machine{WithoutMemoryInterface()};
     const EFI_STATUS Booted = Machine.Boot();  // before the hand-made services stand
     FakeServices Services;
@@ -84,10 +63,6 @@ class DimmLocation : public testing::Test {
         Dimm(0, 5, 0, nullptr),
     };
     VORN_MEMORY_ARRAY Array{};
-    // The array is not ready at first, then it is NULL; slot 1 cannot be read and slot 2 has no record.
-    VORN_MEMORY_INTERFACE_SMM_PROTOCOL Interface{};
-    std::vector<VORN_MEMORY_SLOT_INFO> Slots;
-    std::string Calls;
 };
 
 TEST_F(DimmLocation, KnowsLabelsAndFruTextsOfTheDimmsInItsTable) {
@@ -127,66 +102,6 @@ TEST_F(DimmLocation, KnowsLabelsAndFruTextsOfTheDimmsInItsTable) {
     EXPECT_EQ(EFI_SUCCESS, FreeDimmMappingTable());
     EXPECT_EQ(EFI_SUCCESS, FreeDimmMappingTable());
     EXPECT_EQ(0u, Services.LiveBlocks);
-}
-
-TEST_F(DimmLocation, FindsTheSlotOfADimm) {
-    // Slots 1 and 2 are skipped; slot 4 is a second one of slot 3's place.
-    Slots = {Slot(0, 0, 0), Slot(1, 11, 1), Slot(1, 11, 1), Slot(1, 11, 1), Slot(1, 11, 1)};
-    Array.NumDimmSlot = 5;
-    const struct {
-        const char* Name;
-        UINT8 Socket, UmcChannel, OnChannel;
-        EFI_STATUS Status;
-        UINT8 Index;
-        const char* Calls;
-    } Cases[] = {
-        {"no interface", 0, 0, 0, EFI_NOT_FOUND, 255, ""},
-        {"no array: it fails", 0, 0, 0, EFI_NOT_READY, 255, "A"},
-        {"no array: it is NULL", 0, 0, 0, EFI_NOT_FOUND, 255, "A"},
-        {"the first slot", 0, 0, 0, EFI_SUCCESS, 0, "A0"},
-        {"the last place of a board; the array is kept", 1, 11, 1, EFI_SUCCESS, 3, "0123"},
-        {"a place without a slot", 1, 11, 0, EFI_NOT_FOUND, 255, "01234"},
-        {"no such socket", 2, 0, 0, EFI_INVALID_PARAMETER, 0xEE, ""},
-        {"no such channel", 0, 12, 0, EFI_INVALID_PARAMETER, 0xEE, ""},
-        {"no such DIMM", 0, 0, 2, EFI_INVALID_PARAMETER, 0xEE, ""},
-    };
-    std::string Before;
-    for (const auto& Case : Cases) {
-        VORN_MEMORY_SLOT_INFO* Info = &Slots[0];
-        UINT8 Index = 0xEE;
-        EXPECT_EQ(Case.Status,
-                  VornElogGetDimmSlotInfoPointer(Case.Socket, Case.UmcChannel, Case.OnChannel, &Info, &Index))
-            << Case.Name;
-        EXPECT_EQ(Case.Index, Index) << Case.Name;
-        EXPECT_EQ(Case.Status == EFI_SUCCESS             ? &Slots[Case.Index]
-                  : Case.Status == EFI_INVALID_PARAMETER ? &Slots[0]
-                                                         : nullptr,
-                  Info)
-            << Case.Name;
-        Before += Case.Calls;
-        EXPECT_EQ(Before, Calls) << Case.Name;
-        Services.Install(gVornMemoryInterfaceMemorySmmProtocolGuid, &Interface);
-    }
-    for (const char* Message :
-         {"ERROR Not Found matching DIMM @ Skt 1 Ch 11 Dimm 0, check caller boundary conditions, exiting...\n",
-          "ERROR Socket 2 >= Max 2, aborting...\n", "ERROR UmcChannel 12 >= Max 12, aborting...\n",
-          "ERROR Dimm 2 >= Max 2, aborting...\n"}) {
-        EXPECT_THAT(Machine.TraceLog(),
-                    testing::HasSubstr(std::string("VornElogGetDimmSlotInfoPointer: ") + Message));
-    }
-
-    VORN_MEMORY_SLOT_INFO* Info = nullptr;
-    UINT8 Index = 0;
-    EXPECT_EQ(EFI_INVALID_PARAMETER, VornElogGetDimmSlotInfoPointer(0, 0, 0, nullptr, &Index));
-    EXPECT_EQ(EFI_INVALID_PARAMETER, VornElogGetDimmSlotInfoPointer(0, 0, 0, &Info, nullptr));
-    for (const UINT16 Count : {0, 49}) {
-        Array.NumDimmSlot = Count;
-        EXPECT_EQ(EFI_NOT_FOUND, VornElogGetDimmSlotInfoPointer(0, 0, 0, &Info, &Index));
-    }
-    Array.NumDimmSlot = 48;
-    EXPECT_EQ(EFI_SUCCESS, VornElogGetDimmSlotInfoPointer(0, 0, 0, &Info, &Index));
-    EXPECT_THAT(Machine.TraceLog(),
-                testing::HasSubstr("pVornMemoryArrayInfo->nSlots is zero or > Max 0x0030 (48)\n"));
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "Library/VornElogChipsetLib/SmbiosMemoryData.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,7 +10,6 @@
 namespace {
 
 using Simulator::Simulation;
-using Place = Simulation::CommunicationCall::Place;
 
 // Status, validity, and the handles of array and device that a lookup finds.
 struct Found {

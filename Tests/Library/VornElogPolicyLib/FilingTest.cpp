@@ -1,8 +1,7 @@
-// How records are filed: classes, refusals, full and wrapping buffers.
+// How records are filed: classes, full buffers, marks.
 #include <gtest/gtest.h>
 
 #include "Library/VornElogPolicyLib/MachineCheck/DeferredHistory.h"
-#include "Library/VornElogPolicyLib/MachineCheck/ProcessMachineCheck.h"
 #include "Library/VornElogPolicyLib/MachineCheck/ThresholdDisable.h"
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
@@ -47,28 +46,6 @@ TEST(Filing, EveryClassGoesToItsBufferInBothModes) {
             }
         }
     }
-}
-
-TEST(Filing, RefusesRecordsThatAreNoneAndKeepsNothing) {
-    PolicyMachine Machine;
-    const std::uint64_t Blocks = Machine.Blocks();
-    ProcessorRecord Good(UC), Short(UC), Invalid(UC), FarBank(UC);
-    Short.Cper()->Header.RecordLength = 199;
-    Invalid.Data.MachineCheck.ValidRasMcaErrorInfo = 0;
-    FarBank.Data.MachineCheck.McaBankIndex = 64;
-    EXPECT_EQ(VornElogSmmProcessErrorRecord(nullptr, &Good.Data), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmProcessErrorRecord(Good.Cper(), nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(File(Short), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(File(Invalid), EFI_SUCCESS);
-    EXPECT_EQ(File(FarBank), EFI_SUCCESS);
-    EXPECT_EQ(File(TestRecord(gCperSectionProcessorGenericGuid, 0, 8)), EFI_SUCCESS);
-    EXPECT_TRUE(Machine.Traced("VornElogSmmProcessErrorRecord: ERROR CPER Descriptor SectionType GUID "));
-    VornElogSmmProcessErrorRecordMachineCheck(nullptr, &Good.Data);
-    VornElogSmmProcessErrorRecordMachineCheck(Short.Cper(), &Short.Data);
-    Good.Cper()->Descriptor.SectionType = gCperSectionPlatformMemoryGuid;
-    VornElogSmmProcessErrorRecordMachineCheck(Good.Cper(), &Good.Data);
-    EXPECT_TRUE(FiniteBufferIsEmpty(Policy.pMcaUncorrectedFiniteBuffer));
-    EXPECT_EQ(Machine.Blocks(), Blocks);
 }
 
 TEST(Filing, EverySectionThatTheHeaderCountsIsTheFirstOne) {
@@ -120,16 +97,7 @@ TEST(ThresholdDisable, CarriesTheFrontOfTheScanAsItLies) {
               "5A 5A 88 77 66 55 44 33 22 11 DD CC BB AA 01 00 00 00");
 }
 
-// Files deferred processor records whose words at offset 216 lie in cache line First, First + 1 and so on.
-static void FileDeferred(UINT64 First, UINT64 Last) {
-    for (UINT64 Line = First; Line <= Last; Line++) {
-        ProcessorRecord Record(DEFERRED);
-        Record.Put(216, Line * 64 + 8);
-        File(Record);
-    }
-}
-
-static bool IsKnown(UINT64 Address, UINT32 Mode = AnyCachelineMatch) {
+static bool IsKnown(UINT64 Address, UINT32 Mode) {
     BOOLEAN Found = 7;
     EXPECT_EQ(VornElogSmmIsDeferredErrorPreviouslyLogged(Mode, Address, &Found), EFI_SUCCESS);
     return Found != 0;
@@ -144,9 +112,9 @@ TEST(DeferredHistory, ModesAskForDifferentMarksAndNothingIsReadPastARecord) {
         EXPECT_EQ(IsKnown(0x1005, Mode), Expected[Mode][0]) << Mode;
         EXPECT_EQ(IsKnown(0x203F, Mode), Expected[Mode][1]) << Mode;
     }
-    EXPECT_FALSE(IsKnown(0));
+    EXPECT_FALSE(IsKnown(0, AnyCachelineMatch));
     TestRecord Short(gCperSectionPlatformMemoryGuid, 0, 23);  // the address's last byte is missing
     Short.Put(216, 0x3000, 7).Into(Policy.pMcaDeferredCircularBuffer);
-    EXPECT_FALSE(IsKnown(0x3000));
-    EXPECT_TRUE(IsKnown(0));
+    EXPECT_FALSE(IsKnown(0x3000, AnyCachelineMatch));
+    EXPECT_TRUE(IsKnown(0, AnyCachelineMatch));
 }

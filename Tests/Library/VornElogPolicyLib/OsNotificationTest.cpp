@@ -1,38 +1,13 @@
-// GHES records, signals and containment.
+// GHES records and containment.
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Library/VornElogPolicyLib/Notification/Cleanup.h"
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 static EFI_STATUS Notify(TestRecord& Record, UINT32 SciCause = 0x20000000, UINT32 Severity = 2) {
     return VornElogSmmOsErrorNotification(Record.Cper(), &Record.Data, Severity, SciCause);
-}
-
-TEST(OsNotification, RefusesRecordsThatAreNone) {
-    PolicyMachine Machine;
-    ProcessorRecord Good(0), Short(0);
-    Short.Cper()->Header.RecordLength = 128;
-    for (const auto& [pCper, pData] : {std::pair<CPER_RECORD*, KYR_CHIPSET_SUPPORT_DATA*>{nullptr, &Good.Data},
-                                       {Good.Cper(), nullptr},
-                                       {Short.Cper(), &Short.Data}}) {
-        EXPECT_EQ(VornElogSmmOsErrorNotification(pCper, pData, 0, 0), EFI_INVALID_PARAMETER);
-        EXPECT_EQ(VornElogSmmOsErrorContainment(pCper, pData), EFI_INVALID_PARAMETER);
-    }
-    for (const EFI_GUID& Type : {gCperSectionPcieGuid, gCperSectionPciComponentGuid}) {
-        TestRecord Device(Type, CperSeverityFatal, 39);  // one byte too short to name its device
-        EXPECT_EQ(VornElogSmmOsErrorContainment(Device.Cper(), &Device.Data), EFI_INVALID_PARAMETER);
-    }
-    Policy.pVornApeiLoggingSmmProtocol = nullptr;
-    EXPECT_EQ(Notify(Good), EFI_NOT_FOUND);
-    EXPECT_EQ(VornElogSmmIssueSci(), EFI_NOT_FOUND);
-    EXPECT_EQ(VornElogSmmIssueNmi(), EFI_NOT_FOUND);
-    EXPECT_EQ(VornApeiIssueSciFlag | VornApeiIssueNmiFlag, FALSE);
 }
 
 TEST(OsNotification, AContainedPortWhoseOsRecoversItGoesWithoutGhes) {

@@ -1,27 +1,16 @@
-// The engine's start, its end, and the data that it keeps.
+// The engine's start and the data that it keeps.
 #include "Library/VornElogPolicyLib/PolicyLib.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Library/RasLib/PciSegment.h"
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
-
-using testing::IsEmpty;
-using CommunicationCall = Simulator::Simulation::CommunicationCall;
 
 static EFI_STATUS Start() {
     return VornElogPolicyLibConstructorSmm(nullptr, nullptr);
 }
 static EFI_STATUS End() {
     return VornElogPolicyLibDestructorSmm(nullptr, nullptr);
-}
-
-static unsigned BlocksMade() {
-    return (Policy.pMcaCorrectedFiniteBuffer != nullptr) + (Policy.pMcaDeferredCircularBuffer != nullptr) +
-           (Policy.pMcaUncorrectedFiniteBuffer != nullptr) + (Policy.pPciFiniteBuffer != nullptr) +
-           (Policy.SmiStormQueue != nullptr) + (Policy.pQueuePciDeviceData != nullptr) +
-           (Policy.pOsEsxiPageRetireInfo != nullptr);
 }
 
 TEST(PolicyStart, ClearsOldSciCausesAndNothingElse) {

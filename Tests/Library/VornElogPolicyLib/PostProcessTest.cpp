@@ -11,7 +11,6 @@
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 static void File(TestRecord Record) {
     VornElogSmmProcessErrorRecord(Record.Cper(), &Record.Data);
@@ -61,27 +60,4 @@ TEST(PostProcessUncorrected, OnlyMemoryRecordsAreMarkedAndOnlyValidAddressesLook
         const auto Logged = Machine.Sim.LoggedRecords();
         EXPECT_EQ(Logged, HasAddress ? std::vector({Fatal.Bytes, Foretold.Bytes}) : std::vector({Fatal.Bytes}));
     }
-}
-
-TEST(PostProcess, FailingServicesAndMissingBuffersStopNothing) {
-    PolicyMachine Machine(true);
-    Machine.Fail("ElogLogCper");
-    for (const UINT64 Status : {UC, UINT64{0}, UC}) {
-        File(ProcessorRecord(Status, 0, 1, 2));
-    }
-    VornElogSmmPostProcessErrorRecordsCorrected();
-    VornElogSmmPostProcessErrorRecordsUncorrected();
-    VornElogSmmPostProcessErrorRecordUncorrectedReporting(nullptr, nullptr);
-    EXPECT_EQ(Machine.MachineCheckSel().size(), 3u);
-    EXPECT_TRUE(Machine.Traced("ERROR pBufferEntryUncorrected is NULL, aborting..."));
-    Policy.pMcaCorrectedFiniteBuffer = nullptr;
-    Policy.pMcaUncorrectedFiniteBuffer = nullptr;
-    Policy.pMcaDeferredCircularBuffer = nullptr;
-    VornElogSmmPostProcessErrorRecordsCorrected();
-    VornElogSmmPostProcessErrorRecordsDeferred();
-    VornElogSmmPostProcessErrorRecordsUncorrected();
-    VornElogSmmClearErrorRecordBuffersMca();
-    VornElogSmmPostProcessCleanup();
-    EXPECT_EQ(Machine.MachineCheckSel().size(), 3u);
-    EXPECT_THAT(Machine.Events("sci", "cause"), IsEmpty());
 }

@@ -16,21 +16,10 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 std::string Called;  // what the handlers below were called with, in order
-EFI_HANDLE OneShotHandle = nullptr;
 
 EFI_STATUS NoteOrder(EFI_HANDLE, const FCH_SMM_SW_REGISTER_CONTEXT* Context, void*, UINTN*) {
     Called += std::to_string(Context->Order) + " ";
     return Context->Order == 2 ? EFI_DEVICE_ERROR : EFI_SUCCESS;
-}
-EFI_STATUS NoteStandard(EFI_HANDLE, const void*, void*, UINTN*) {
-    Called += "standard ";
-    return EFI_SUCCESS;
-}
-EFI_STATUS OneShot(EFI_HANDLE Handle, const void*, void* Buffer, UINTN* Size) {
-    Called += "one-shot of " + std::to_string(*Size) + " ";
-    EXPECT_EQ(Handle, OneShotHandle);
-    EXPECT_EQ(static_cast<UINT8*>(Buffer)[*Size - 1], 0x77);
-    return Firmware::Current().SmmSystemTable()->SmiHandlerUnRegister(Handle);
 }
 EFI_STATUS NoteInstall(const EFI_GUID*, void*, EFI_HANDLE) {
     Called += "notified ";
@@ -102,35 +91,6 @@ TEST_F(FirmwareTest, AccessesThatNothingAnswersEndTheRun) {
         }
         EXPECT_NO_THROW(Run.RaiseSmi("root-complex")) << "told once";
     }
-}
-
-TEST(FirmwareConfiguration, RefusesWhatDoesNotExist) {
-    const struct {
-        const char* What;
-        void (*Spoil)(Configuration&);
-    } Cases[] = {
-        {"an APEI field", [](Configuration& C) { C.Apei["PfehEnable"] = 1; }},
-        {"a value that does not fit", [](Configuration& C) { C.Apei["PFEHEnable"] = 256; }},
-        {"a protocol", [](Configuration& C) { C.Missing = {"gElogLogPOSTErrorToBMCGuid"}; }},
-        {"a member", [](Configuration& C) { C.Failing["Register"] = {}; }},
-        {"a clock", [](Configuration& C) { C.Clock = "noon"; }},
-        {"sockets", [](Configuration& C) { C.Sockets = 3; }},
-        {"banks", [](Configuration& C) { C.BanksPerProcessor = 65; }},
-    };
-    for (const auto& Case : Cases) {
-        Configuration Settings;
-        Case.Spoil(Settings);
-        EXPECT_THROW(Simulation{Settings}, std::invalid_argument) << Case.What;
-    }
-    Configuration Settings;
-    Settings.Missing = {"gKyrRasServiceSmmProtocolGuid"};
-    Simulation Run{Settings};
-    void* Interface = &Settings;
-    const auto* Smst = Run.Firmware().SmmSystemTable();
-    EXPECT_EQ(Smst->SmmLocateProtocol(&gKyrRasServiceSmmProtocolGuid, nullptr, &Interface), EFI_NOT_FOUND);
-    EXPECT_EQ(Interface, nullptr);
-    EXPECT_EQ(Smst->SmmLocateProtocol(&gKyrRasInitDataSmmProtocolGuid, nullptr, &Interface), EFI_SUCCESS);
-    EXPECT_THROW(Simulation{Settings}, std::logic_error) << "one at a time";
 }
 
 }  // namespace

@@ -14,7 +14,6 @@ namespace Simulator {
 namespace {
 
 constexpr std::uint64_t CORRECTED = 0x9C20400000000135;
-constexpr std::uint64_t DEFERRED = 0x8420100000000136;
 constexpr std::uint32_t UMC_BANK = 15;  // the first memory controller's
 
 std::uint64_t Misc(std::uint64_t Kept, unsigned Enabled, unsigned Count, unsigned Interrupt) {
@@ -38,9 +37,6 @@ class RasServiceTest : public ::testing::Test {
         Error.Bank = Number;
         Error.Status = Status;
         Error.Addr = 0x1000;
-        Error.Synd = 0x2000;
-        Error.Synd1 = 0x3000;
-        Error.FruText = "FRU";
         Run->InjectMachineCheck(Error);
     }
     std::unique_ptr<Simulation> Run;
@@ -72,34 +68,6 @@ TEST_F(RasServiceTest, BootProgramsThresholdsFromTheApeiData) {
     }
 }
 
-TEST_F(RasServiceTest, ClearsWhatFirmwareConsumedOrFinishesTheOsWrite) {
-    const struct {
-        const char* What;
-        bool Completing, Cloaked;
-        std::uint64_t Addr, DeStat;
-    } Cases[] = {
-        {"consumed", false, true, 0, 0},
-        {"finished, cloaked again", true, true, 0x1000, 0},
-        {"finished, still the OS's", true, false, 0x1000, DEFERRED},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.What);
-        Run.reset();
-        Start();
-        Inject(2, DEFERRED);
-        Ras->SetMcaCloakCfg(0, 0, Case.Cloaked ? 0 : 1 << 2);
-        EXPECT_EQ(Ras->ClrMcaStatus(0, 2, Case.Completing ? TRUE : FALSE), EFI_SUCCESS);
-        EXPECT_EQ(Bank(2, MCA_STATUS), 0u);
-        EXPECT_EQ(Bank(2, MCA_ADDR), Case.Addr);
-        EXPECT_EQ(Bank(2, MCA_SYND), Case.Addr * 2);
-        EXPECT_EQ(Bank(2, MCA_DESTAT), Case.DeStat);
-        EXPECT_EQ(Bank(2, MCA_DEADDR), Case.Addr);
-        EXPECT_EQ(Bank(2, MCA_MISC0), Misc(COUNTER, 1, 0xFF5, 2)) << "counters are not status";
-    }
-    EXPECT_EQ(Ras->ClrMcaStatus(0, 32, TRUE), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Ras->ClrMcaStatus(16, 0, TRUE), EFI_INVALID_PARAMETER);
-}
-
 TEST_F(RasServiceTest, ProgramsThresholdsOfTheBankMeant) {
     Start();
     const UINTN Processor = 1, Number = UMC_BANK;
@@ -126,23 +94,6 @@ TEST_F(RasServiceTest, ProgramsThresholdsOfTheBankMeant) {
     EXPECT_EQ(Bank(0, MCA_MISC1, 1), 0u) << "a bank without a second counter";
     EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 2), Misc(COUNTER, 1, 0xFF5, 2));
     EXPECT_EQ(Ras->SetMcaThreshold(nullptr, nullptr, &Config, TRUE), EFI_INVALID_PARAMETER);
-}
-
-TEST_F(RasServiceTest, AFailingMemberFailsAsOftenAsPlannedAndChangesNothing) {
-    Configuration Settings;
-    Settings.Failing["SetMcaCloakCfg"] = {EFI_TIMEOUT, 2, 1};
-    Start(Settings);
-    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 0, 1), EFI_SUCCESS);
-    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_TIMEOUT);
-    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_TIMEOUT);
-    EXPECT_EQ(Run->ReadMsrRaw(0, 0xC0010121), 0xFFFFFFFEu);
-    EXPECT_EQ(Ras->SetMcaCloakCfg(0, 1, 0), EFI_SUCCESS);
-    EXPECT_EQ(Run->ReadMsrRaw(0, 0xC0010121), 0xFFFFFFFFu);
-    const Event& Last = Run->Events().Events()[2];
-    EXPECT_EQ(Last.Kind, "service");
-    EXPECT_EQ(
-        Last.Fields.dump(),
-        R"({"member":"SetMcaCloakCfg","processor":"0x0","cloak":"0x1","uncloak":"0x0","status":"EFI_TIMEOUT"})");
 }
 
 }  // namespace

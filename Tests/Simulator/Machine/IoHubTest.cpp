@@ -61,18 +61,6 @@ TEST(IoHub, CorrectedErrorsRaiseWhatTheirActionSays) {
     }
 }
 
-TEST(IoHub, CxlEventIsAcknowledgedByWritingItBack) {
-    PcieWorld World;
-    SmnSpace Smn;
-    World.Fabric.Hub(1).MapInto(Smn);
-    World.Fabric.Hub(1).CxlEvent();
-    EXPECT_TRUE(World.Fabric.HasSmiPending());
-    Smn.Write(0x1D420020, 0xFFFFFFFF);
-    EXPECT_EQ(Smn.Read(0x1D420020), 0x200u);
-    Smn.Write(0x1D41010C, 0x2);
-    EXPECT_FALSE(World.Fabric.HasSmiPending());
-}
-
 TEST(IoHub, HwInitLockKeepsSlotCapabilities) {
     PcieWorld World;
     SmnSpace Smn;

@@ -52,22 +52,6 @@ TEST(McaBank, KeepsTheWorstErrorAndMarksTheOverflow) {
     }
 }
 
-TEST(McaBank, LogsADeferredErrorInItsOwnRegisters) {
-    for (const bool InStatusToo : {false, true}) {
-        McaBank Bank = BankOf(CORE_IPID);
-        if (InStatusToo) {
-            Bank.Set(MCA_CONFIG, Bank.Read(MCA_CONFIG) | LOG_DEFERRED_IN_STATUS);
-        }
-        Bank.Log(ErrorOf(DEFERRED, 0x1000));
-        EXPECT_EQ(Bank.Read(MCA_DESTAT), DEFERRED);
-        EXPECT_EQ(Bank.Read(MCA_DEADDR), 0x1000u);
-        EXPECT_EQ(Bank.Read(MCA_STATUS), InStatusToo ? DEFERRED : 0);
-        Bank.Log(ErrorOf(DEFERRED, 0x2000));
-        EXPECT_EQ(Bank.Read(MCA_DESTAT), DEFERRED | OVERFLOW_BIT);
-        EXPECT_EQ(Bank.Read(MCA_DEADDR), 0x1000u);
-    }
-}
-
 TEST(McaBank, CountsCorrectedErrorsUpToTheLimitAndInterruptsOnce) {
     McaBank Bank = BankOf(CORE_IPID);
     Bank.Set(MCA_MISC0, COUNTING_TO_SMI | 0xFFDULL << 32);

@@ -105,24 +105,6 @@ TEST(PciDump, FunctionsKeepTheirPlacesAndGetAPortWhereNoneIsShown) {
     EXPECT_EQ(World.Read(*Orphan, 0x10), 0xFFFF0004u);
 }
 
-TEST(PciDump, RootComplexesMoveToTheBusesOfRootPorts) {
-    const auto Buses = RootBusesOf(ReadPciDump(Function("04:00.0", 4, 1, "00 05 05") + Function("05:00.0", 0, 0) +
-                                               Function("0002:00:00.0", 4, 1, "00 01 01") +
-                                               Function("6a:00.4", 10, 0) + Function("2e:00.0", 0, 0)));
-    EXPECT_EQ(Buses, (std::vector<std::pair<unsigned, unsigned>>{{0, 4}, {0, 0x6A}, {2, 0}}));
-    Configuration Machine;
-    Machine.Pcie = FromDump(Function("04:00.0", 4, 1, "00 05 05") + Function("0002:00:00.0", 4, 1, "00 01 01"));
-    EXPECT_EQ(PciSegmentCount(Machine), 4u);
-    const std::vector<RootComplex> Complexes = LayOutRootComplexes(Machine);
-    EXPECT_EQ(Complexes[0].BusBase, 0u);
-    EXPECT_EQ(Complexes[0].LastBus, 3u);
-    unsigned Moved = 0;
-    for (const RootComplex& One : Complexes) {
-        Moved += (One.Segment == 0 && One.BusBase == 4) || (One.Segment == 2 && One.BusBase == 0) ? 1 : 0;
-    }
-    EXPECT_EQ(Moved, 2u);
-}
-
 TEST(PciDump, WrittenDumpsAreReadAsTheSameMachine) {
     PcieWorld World;
     World.Fail("nic0", "bad-tlp");

@@ -39,20 +39,5 @@ TEST(RealTimeClock, ShowsBcdThatFollowsVirtualTime) {
     EXPECT_EQ(Clock.SecondsSinceEpoch(2 * SECOND), 1830297600u) << "2028-01-01 00:00:00";
 }
 
-TEST(RealTimeClock, UpdatesAtTheEndOfEachSecond) {
-    RealTimeClock Clock("2026-11-24 12:00:00", false, false);
-    RealTimeClock Stuck("2026-11-24 12:00:00", true, true);
-    const struct {
-        std::uint64_t Now;
-        bool Updating;
-    } Cases[] = {{0, false}, {997'771, false}, {997'772, true}, {999'999, true}, {SECOND, false}};
-    for (const auto& Case : Cases) {
-        EXPECT_EQ((ReadRegister(Clock, 0x0A, Case.Now) & 0x80) != 0, Case.Updating) << Case.Now;
-        EXPECT_NE(ReadRegister(Stuck, 0x0A, Case.Now) & 0x80, 0);
-    }
-    EXPECT_EQ(ReadRegister(Clock, 0x0D, 0), 0x80);
-    EXPECT_EQ(ReadRegister(Stuck, 0x0D, 0), 0x00);
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -87,25 +87,6 @@ TEST_F(Commands, RunShowsWhatHappenedWithin100Columns) {
     EXPECT_EQ(Failing.find("JRV RAS SMM driver entry"), Failing.npos);
 }
 
-TEST_F(Commands, ExitStatusesAndTheSummaryOfManyFiles) {
-    const fs::path Good = Write("good", Passing);
-    const fs::path Bad = Write("missed", std::string(Passing) + "never: [mce: {}]\n");
-    const fs::path Broken = Write("broken", "name: broken\nabout: x\nstep: []\n");
-    EXPECT_EQ(RunTool({.Files = {Bad}}), 1);
-    EXPECT_NE(Out.str().find("missed " + Bad.string() + ":6:9: mce: {} must never come"), std::string::npos)
-        << Out.str();
-    EXPECT_EQ(RunTool({.Files = {Broken}}), 2);
-    EXPECT_TRUE(Errors.str().starts_with(Broken.string() + ":3:1: unknown key \"step\"")) << Errors.str();
-    EXPECT_EQ(RunTool({.Files = {Folder / "absent.yaml"}}), 2);
-    EXPECT_EQ(RunTool({.Files = {Good, Bad}}), 1);
-    EXPECT_NE(Out.str().find("2 scenarios: 1 as expected, 1 missed, 0 not understood"), std::string::npos);
-    EXPECT_EQ(RunTool({.Files = {Good, Bad, Broken}}), 2);
-    EXPECT_NE(Out.str().find("3 scenarios: 1 as expected, 1 missed, 1 not understood"), std::string::npos);
-    EXPECT_EQ(RunTool({.Files = {Good}, .Out = Good / "below-a-file"}), 2);
-    EXPECT_EQ(RunTool({.Files = {Good, Good}, .Out = Folder / "out"}), 2)
-        << "two scenarios of one name share no folder";
-}
-
 TEST_F(Commands, OutLeavesWhatTheDecoderReads) {
     const fs::path Out1 = Folder / "out";
     fs::create_directories(Out1 / "records");

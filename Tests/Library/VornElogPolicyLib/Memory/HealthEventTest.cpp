@@ -1,7 +1,6 @@
-// Every byte of the health events, and when none is sent.
+// Every byte of the health events.
 #include "Library/VornElogPolicyLib/Memory/HealthEvent.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Tests/Library/VornElogPolicyLib/Memory/MemoryMachine.h"
@@ -40,43 +39,6 @@ TEST(HealthEvent, HostEccHoldsPlaceHistoryAndBank) {
               "17 16 15 14 13 12 11 10 1B 01 00 00 00 40 20 9C 27 26 25 24 23 22 21 20 "
               "37 36 35 34 33 32 31 30 47 46 45 44 43 42 41 40 57 56 55 54 53 52 51 50 "
               "67 66 65 64 63 62 61 60 77 76 75 74 73 72 71 70");
-}
-
-TEST(HealthEvent, HostEccIsRefusedWithoutPlaceOrBank) {
-    struct Case {
-        const char* Name;
-        void (*Break)(MemoryMachine& Machine, MACHINE_CHECK_SUPPORT_DATA& Check);
-        EFI_STATUS Expected;
-    };
-    for (const Case& Test : {
-             Case{"no normalized address", [](auto&, auto&Check) { Check.ValidNormalizedAddressInfoPsp = 0; },
-                  EFI_INVALID_PARAMETER},
-             Case{"chip select from the syndrome", [](auto&, auto&Check) { Check.DimmInfo.ValidBits = 2; },
-                  EFI_INVALID_PARAMETER},
-             Case{"no scan", [](auto&, auto&Check) { Check.ValidRasMcaErrorInfo = 0; }, EFI_UNSUPPORTED},
-             Case{"DIMM disabled", [](auto&Machine, auto&) { Machine.Dimm->Flags.Enabled = 0; }, EFI_UNSUPPORTED},
-             Case{"no such rank", [](auto&, auto&) { mPrivateDataVornElogPolicyLib.MemErrLocation.Rank = 2; },
-                  EFI_UNSUPPORTED},
-             Case{"no memory",
-                  [](auto&Machine, auto&) {
-                      Machine.Sim->SetFailure("SmmAllocatePool", Simulator::Failure{EFI_DEVICE_ERROR, 1});
-                  },
-                  EFI_OUT_OF_RESOURCES},
-             Case{"not sent",
-                  [](auto&Machine, auto&) { Machine.Sim->SetFailure("LogMemoryHealthData", Simulator::Failure{}); },
-                  EFI_DEVICE_ERROR},
-         }) {
-        SCOPED_TRACE(Test.Name);
-        MemoryMachine Machine;
-        MemoryError Error;
-        const auto Blocks = Machine.Sim->Pool().LiveBlocks;
-        Test.Break(Machine, Error.Data.MachineCheck);
-        EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(&Error.Data, HostEccCeccThreshold), Test.Expected);
-        EXPECT_EQ(Machine.Sim.Count("health"), 0u);
-        EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks);
-    }
-    MemoryMachine Machine;
-    EXPECT_EQ(VornElogSmmProcessMemoryHealthEventHostEcc(nullptr, HostEccCeccThreshold), EFI_INVALID_PARAMETER);
 }
 
 TEST(HealthEvent, RuntimeRepairHoldsPlaceAndResult) {

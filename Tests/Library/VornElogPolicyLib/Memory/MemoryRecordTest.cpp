@@ -1,15 +1,11 @@
-// Filing, location and diagnostic reporting of memory records.
+// Filing and location of memory records.
 #include "Library/VornElogPolicyLib/Memory/MemoryRecord.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
 #include "Tests/Library/VornElogPolicyLib/Memory/MemoryMachine.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 static VORN_ELOG_POLICY_PRIVATE_DATA& Policy = mPrivateDataVornElogPolicyLib;
 

@@ -15,7 +15,6 @@
 #include "Tests/Support/FakeUmc.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -42,39 +41,10 @@ class RepairMachine : public MemoryMachine {
             Current->Service = nullptr;
             return EFI_SUCCESS;
         };
-        Services.Table.SmmLocateHandle = [](EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Guid, void*, UINTN* Bytes,
-                                            EFI_HANDLE* Buffer) {
+        Services.Table.SmmLocateHandle = [](EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Guid, void*, UINTN*, EFI_HANDLE*) {
             EXPECT_EQ(Search, ByProtocol);
             EXPECT_TRUE(IsGuidEqual(*Guid, gKyrJrvRasOemSmmProtocolGuid));
-            const UINTN Needed = Current->OemInstances * sizeof(EFI_HANDLE);
-            if (Needed == 0) {
-                return EFI_NOT_FOUND;
-            }
-            const bool Fits = *Bytes >= Needed;
-            *Bytes = Needed;
-            if (!Fits) {
-                return EFI_BUFFER_TOO_SMALL;
-            }
-            for (UINTN At = 0; At < Current->OemInstances; At++) {
-                Buffer[At] = reinterpret_cast<EFI_HANDLE>(At + 1);
-            }
-            return EFI_SUCCESS;
-        };
-        Services.Table.SmmHandleProtocol = [](EFI_HANDLE Handle, const EFI_GUID*, void** Interface) {
-            static const KYR_JRV_RAS_OEM_SMM_PROTOCOL Oem{
-                [](UINT32 Status, const RUNTIME_PPR_CHECK_ENTRY* Table, const UINT8* Results, UINT32 Count) {
-                    EXPECT_EQ(Table, mChkRtPprComplStruct);
-                    std::string Text = fmt::format("oem {:x}:", Status);
-                    for (UINT32 At = 0; At < Count; At++) {
-                        Text += fmt::format(" {}", Results[At]);
-                    }
-                    return Current->Tell(Text);
-                }};
-            if (Handle == reinterpret_cast<EFI_HANDLE>(2)) {
-                return EFI_UNSUPPORTED;  // the second instance is gone when it is asked for
-            }
-            *Interface = const_cast<KYR_JRV_RAS_OEM_SMM_PROTOCOL*>(&Oem);
-            return EFI_SUCCESS;
+            return EFI_NOT_FOUND;  // no instance: nobody is told
         };
         PspBaseAddress() = 0xE0012345;
         Services.Install(gVornElogIpmiSmmProtocolGuid, &Ipmi);
@@ -107,7 +77,7 @@ class RepairMachine : public MemoryMachine {
             *Served = Current->Served;
             std::memcpy(Table, Current->Table, sizeof(Current->Table));
             Current->Tell(fmt::format("runtime {}", Type));
-            return Current->HandlerStatus;
+            return EFI_SUCCESS;
         };
         for (unsigned At = 0; At < 8; At++) {
             Table[At].McaBankNumber = 20 + At;
@@ -124,21 +94,8 @@ class RepairMachine : public MemoryMachine {
         ASSERT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_WARNING), EFI_SUCCESS);
         TakeStory();
     }
-    void ExpectReset() {
-        EXPECT_EQ(RtPprRepairStatus | mPspRtPprComplFlag | mNumOfRtPptEntryInServed | mQueueFront | mQueueFull, 0u);
-        EXPECT_EQ(mReadyForNextRtPprReq, TRUE);
-        const auto* Table = reinterpret_cast<const UINT8*>(mChkRtPprComplStruct);
-        EXPECT_THAT(std::vector<UINT8>(Table, Table + 1024), testing::Each(0));
-    }
     UINT32& PspBaseAddress() {
         return Umc.Register(0x13B102E0 % FakeUmc::CHANNEL, 0x13B102E0 / FakeUmc::CHANNEL);
-    }
-    // The scrubber finds the row's errors again.
-    void LogError(unsigned Bank) {
-        Simulator::MachineCheck Error;
-        Error.Bank = Bank;
-        Error.Status = 0x9C2040000000011B;
-        Sim->Machine().LogMachineCheck(Error);
     }
 
     FakeServices Services;
@@ -146,8 +103,6 @@ class RepairMachine : public MemoryMachine {
     VORN_ELOG_IPMI_SMM_PROTOCOL Ipmi{};
     KYR_RUNTIME_PPR_SERVICE_SMM_PROTOCOL* Service = nullptr;
     EFI_STATUS InstallStatus = EFI_SUCCESS;
-    EFI_STATUS HandlerStatus = EFI_SUCCESS;
-    UINTN OemInstances = 0;
     UINT32 Served = 0;
     RUNTIME_PPR_CHECK_ENTRY Table[8] = {};
 
@@ -264,29 +219,6 @@ TEST(RepairVerification, WhatCannotBeReachedDoesNotPass) {
     }
     EXPECT_THAT(Health, ElementsAre("row 10 result 2", "row 11 result 2", "row 12 result 2", "row 13 result 1",
                                     "row 14 result 2", "row 15 result 1", "row 16 result 1", "row 17 result 1"));
-}
-
-TEST(RepairVerification, CountingIsSuspendedWhereItIsDone) {
-    RepairMachine Machine;
-    ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
-    Machine.Serve(1);
-    Machine.Umc.Register(FakeUmc::CNT_CTRL, 3) = 0x80000031;
-    mPlatformApeiData->MemoryErrorCounterEnable = 1;
-    mPlatformApeiData->MemoryErrorCounterMode = 1;
-    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000030u);
-    EXPECT_EQ(RtPprAdjustErrCounter(FALSE, 0), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000031u);
-    EXPECT_THAT(Machine.TakeStory(), IsEmpty());
-    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 8), EFI_INVALID_PARAMETER);
-    mChkRtPprComplStruct[0].Socket = 2;
-    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_NOT_FOUND);
-
-    mPlatformApeiData->MemoryErrorCounterMode = 0;
-    mRtPprThresholdInterruptMode = 0;
-    EXPECT_EQ(RtPprAdjustErrCounter(TRUE, 0), EFI_SUCCESS);
-    EXPECT_THAT(Machine.TakeStory(), ElementsAre("threshold 0 20 0 type 0"));
-    EXPECT_EQ(Machine.Umc.Register(FakeUmc::CNT_CTRL, 3), 0x80000031u);
 }
 
 }  // namespace

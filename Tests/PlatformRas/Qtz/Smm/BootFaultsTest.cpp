@@ -8,9 +8,6 @@
 
 #include "Tests/PlatformRas/Qtz/Smm/MachineCheckStory.h"
 
-using testing::IsEmpty;
-using testing::UnorderedElementsAre;
-
 namespace {
 
 using Texts = std::set<std::string>;
@@ -211,22 +208,5 @@ INSTANTIATE_TEST_SUITE_P(
         std::ranges::replace(Name, '.', '_');
         return Name;
     });
-
-// A start that fails late leaves nothing of the constructors, and only the initialiser's two list heads.
-TEST(FailedStart, TakesBackAllThatConstructorsDid) {
-    Simulator::Configuration Settings;
-    Settings.Failing["SwDispatch2.Register"] = {EFI_DEVICE_ERROR, 1, 1};
-    BootedSimulation Sim(Settings);
-    ASSERT_EQ(Sim.EntryStatus(), EFI_DEVICE_ERROR);
-    EXPECT_THAT(Registered(Sim, "unregister"),
-                UnorderedElementsAre("scaling", "end-of-dxe", "type16", "type17", "post", "slots", "dpc-check"));
-    EXPECT_EQ(Sim->Pool().LiveBlocks, 2u);
-    EXPECT_EQ(Sim->Pool().LiveBytes, 32u);
-    EXPECT_THAT(Sim.Events("write", {{"space", "mmio"}}), IsEmpty()) << "the SCI is not armed";
-    Simulator::Simulation::CommunicationCall Call;
-    Call.Handler = "gElogLogPOSTErrorToBMCGuid";
-    Call.Data = {0, 0};
-    EXPECT_EQ(Sim->CallCommunicationHandler(Call), EFI_NOT_FOUND);
-}
 
 }  // namespace

@@ -1,36 +1,14 @@
-// What the initialiser leaves in the processor map, the south bridge and the PSP.
+// What the initialiser leaves in the south bridge and the PSP.
 #include "PlatformRas/Qtz/Smm/DriverInit.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Include/Topology.h"
-#include "Library/RasLib/Globals.h"
-#include "Library/RasLib/PspMailbox.h"
 #include "Platform/Constants.h"
 #include "Simulator/Machine/Machine.h"
 #include "Tests/Support/BootedSimulation.h"
 
 namespace {
-
-TEST(ProcessorMap, GetsApicIdsAndCpuidOfEveryProcessorThatAnswers) {
-    Simulator::Configuration Settings;
-    Settings.SilentProcessors = {6};
-    BootedSimulation Sim(Settings);
-    EXPECT_EQ(Sim.EntryStatus(), EFI_SUCCESS);
-    ASSERT_EQ(mpKyrRasPolicy->TotalNumberOfProcessors, 16u);
-    for (unsigned Number = 0; Number < 16; Number++) {
-        const CPU_INFO& Info = mpKyrRasPolicy->RasCpuMap[Number].CpuInfo;
-        const bool Answers = Number != 6;
-        EXPECT_EQ(Info.LocalApicId, Answers ? Number : 0) << Number;
-        // EBX carries the APIC ID in its high byte.
-        EXPECT_EQ(Info.CpuIdLeaf1Ebx >> 24, Answers ? Number : 0) << Number;
-        EXPECT_EQ(Info.CpuIdLeaf1Eax != 0, Answers) << Number;
-        EXPECT_EQ(Info.CpuIdLeaf1Ecx != 0 && Info.CpuIdLeaf1Edx != 0, Answers) << Number;
-    }
-    mpKyrRasPolicy = nullptr;
-    EXPECT_EQ(PatchCpuInfoWithApThreadData(), EFI_NOT_FOUND);
-}
 
 TEST(SciEvent, IsWithdrawnThenEnabledAndNoOtherEventTouched) {
     Simulator::Simulation Sim{Simulator::Configuration{}};
@@ -85,33 +63,6 @@ TEST(PspErrorInjection, IsEnabledWhereThePlatformWantsIt) {
         EXPECT_TRUE(Sim.Traced(Case.Text));
         EXPECT_EQ(Sim.Count("write", {{"space", "mmio"}}), 2u) << "the SCI is armed in every case";
     }
-}
-
-TEST(PspMailbox, LiesBehindTheBaseThatTheIoHubHolds) {
-    BootedSimulation Sim;
-    const struct {
-        UINT32 Base;
-        BOOLEAN Found;
-        UINT64 Address;
-    } Cases[] = {
-        {0xFEA55001, TRUE, 0xFEA10970},  // the low 20 bits are other fields
-        {0x000FFFFF, FALSE, 0x1234},     // no base
-        {0, FALSE, 0x1234},
-    };
-    for (const UINT8 Socket : {0, 1}) {
-        for (const auto& Case : Cases) {
-            Sim->Machine().SmnOf(Socket * 4u).Map(0x13B102E0, Case.Base);
-            UINT64 Address = 0x1234;
-            EXPECT_EQ(GetPspBiosMboxRegAddr(Socket, &Address), Case.Found) << std::hex << Case.Base;
-            EXPECT_EQ(Address, Case.Address);
-        }
-    }
-    // A socket that the bus map does not list is not asked.
-    Sim->ResetAccesses();
-    UINT64 Address = 0x1234;
-    EXPECT_FALSE(GetPspBiosMboxRegAddr(2, &Address));
-    EXPECT_EQ(Address, 0x1234u);
-    EXPECT_EQ(Sim->Accesses().SmnReads, 0u);
 }
 
 }  // namespace

@@ -41,15 +41,6 @@ TEST(Registration, ARefusedRootComplexLeavesTheLaterOnesOut) {
     EXPECT_EQ(Sim.Count("register", {{"what", "fch-software-smi"}, {"value", "0xD2"}}), 1u);
 }
 
-// The refusal is the center's status where no later step runs.
-TEST(Registration, TheLastStepThatRanGivesTheStatus) {
-    Simulator::Configuration Settings;
-    Settings.Failing["FchApuRasDispatch.Register"] = {EFI_OUT_OF_RESOURCES, 1, 3};
-    Settings.Apei["CxlRasSmiEn"] = 0;
-    BootedSimulation Sim(Settings);
-    EXPECT_TRUE(Sim.Traced("ERROR Out of Resources from RasSmmRegistrationCenter\n"));
-}
-
 TEST(Registration, TheOemThresholdMapIsCopiedAndHandedOver) {
     const struct {
         std::vector<Simulator::OemThresholdEntry> Map;

@@ -12,7 +12,6 @@
 #include "Tests/Support/FakeUmc.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
