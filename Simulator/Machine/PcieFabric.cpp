@@ -222,13 +222,10 @@ PcieFabric::MappedRegister PcieFabric::FindRegister(std::uint64_t Address, unsig
                              !Function->IsDead() && !Function->IsInD3Hot() &&
                              Space.Find(Function->Where()) == Function;
         for (const PcieFunction::MappedBar& Bar : Function->MappedBars()) {
-            const std::uint64_t Current = Function->BarBase(Bar.Index);
-            // One that died while the register was sized is still what its bridge's window leads to.
-            for (const std::uint64_t Base : {Current, Answers ? Current : Bar.AssignedBase}) {
-                const std::uint64_t Offset = Address - Base;
-                if (Offset < Bar.Size && Width <= Bar.Size - Offset) {
-                    return {true, Answers ? Bar.Device : nullptr, Offset};
-                }
+            const std::uint64_t Base = Answers ? Function->BarBase(Bar.Index) : Bar.AssignedBase;
+            const std::uint64_t Offset = Address - Base;
+            if (Offset < Bar.Size && Width <= Bar.Size - Offset) {
+                return {true, Answers ? Bar.Device : nullptr, Offset};
             }
         }
     }
