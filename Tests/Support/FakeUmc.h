@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 
@@ -54,10 +53,8 @@ class FakeUmc : public Simulator::PciFunction {
         return Registers[Address + Channel * CHANNEL];
     }
 
-    bool IsScrubberStuck = false;      // the enable bit does not take
-    std::uint64_t ScrubStep = 0x1000;  // bytes between two looks at its address
-    std::function<void(std::uint64_t From, std::uint64_t To)> OnScrub;
-    unsigned AddressReads = 0;
+    static constexpr std::uint64_t SCRUB_STEP = 0x1000;  // bytes between two looks at its address
+    bool IsScrubberStuck = false;                        // the enable bit does not take
 
  private:
     std::uint32_t ReadRegister(std::uint32_t Address) {
@@ -66,17 +63,11 @@ class FakeUmc : public Simulator::PciFunction {
             return 0xABCD0000 | Counter(Channel, Register(CNT_SEL, Channel) & 0x3F);
         }
         const std::uint32_t Value = Register(Base, Channel);
-        if (Base == SCRUB_LO) {
-            AddressReads++;
-        }
         if (Base == SCRUB_HI && (Register(SCRUB_CTRL, Channel) & 0x100) != 0) {
             const std::uint64_t From = std::uint64_t{Value} << 32 | Register(SCRUB_LO, Channel);
-            const std::uint64_t To = From + ScrubStep;
+            const std::uint64_t To = From + SCRUB_STEP;
             Register(SCRUB_LO, Channel) = static_cast<std::uint32_t>(To);
             Register(SCRUB_HI, Channel) = static_cast<std::uint32_t>(To >> 32);
-            if (OnScrub) {
-                OnScrub(From, To);
-            }
         }
         return Value;
     }

@@ -169,12 +169,9 @@ TEST_F(Containers, NullIsRefusedEverywhere) {
     QUEUE Queue{};
     const Element One{};
     const BOOLEAN Queries[] = {
-        FiniteBufferAddElement(nullptr, &One),
-        FiniteBufferAddElement(Buffer.Header(), nullptr),
-        CircularBufferAddElement(nullptr, &One),
-        CircularBufferAddElement(Ring.Header(), nullptr),
-        CircularBufferIsFull(nullptr),
-        QueueIsEmpty(nullptr),
+        FiniteBufferAddElement(nullptr, &One),   FiniteBufferAddElement(Buffer.Header(), nullptr),
+        CircularBufferAddElement(nullptr, &One), CircularBufferAddElement(Ring.Header(), nullptr),
+        CircularBufferIsFull(nullptr),           QueueIsEmpty(nullptr),
     };
     EXPECT_THAT(Queries, testing::Each(FALSE));
     const EFI_STATUS Statuses[] = {QueueAdd(nullptr, &One, 1), QueueAdd(&Queue, nullptr, 1), QueueRemove(nullptr),

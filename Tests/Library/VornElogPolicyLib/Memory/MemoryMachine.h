@@ -85,10 +85,6 @@ struct MemoryError {
         Data.MachineCheck.DimmInfo.Row = Row;
         return *this;
     }
-    MemoryError& Page(UINT64 Page) {
-        Data.MachineCheck.NormalizedAddressInfo.NormalizedAddress = Page << 12 | 0x780;
-        return *this;
-    }
     CPER_RECORD* Cper() {
         return reinterpret_cast<CPER_RECORD*>(Bytes.data());
     }
@@ -125,20 +121,20 @@ class MemoryMachine {
             return Current->Tell(fmt::format("counters off {} {} {}", Socket, UmcChannel, Dimm));
         };
         Ppr.KyrPostPackageRepairSupported = [](const KYR_CHIPSET_SUPPORT_DATA*, BOOLEAN* Supported) {
-            *Supported = Current->RepairSupported;
-            return Current->SupportedStatus;
+            *Supported = TRUE;
+            return EFI_SUCCESS;
         };
         Ppr.VornPostPackageCreateEntry = [](const KYR_CHIPSET_SUPPORT_DATA* Data, UINT16 Type, BOOLEAN Runtime,
                                             const RB_BUS_MAP* Map, BOOLEAN* AtLeastOne) {
             EXPECT_EQ(Map, mRbBusMap);
-            *AtLeastOne = Current->RepairCreated;
+            *AtLeastOne = TRUE;
             Current->Tell(fmt::format("ppr {} row {:x}{}", Type, Data->MachineCheck.DimmInfo.Row,
                                       Runtime ? " at run time" : ""));
-            return Current->CreateStatus;
+            return EFI_SUCCESS;
         };
         Ppr.VornPostPackageRepairUpdateToUefiVariable = [] {
             Current->Tell("ppr saved");
-            return Current->SaveStatus;
+            return EFI_SUCCESS;
         };
         mPrivateDataVornElogPolicyLib.pVornKyrMemoryPPRSmmProtocol = &Ppr;
         TakeStory();
@@ -185,12 +181,7 @@ class MemoryMachine {
     KYR_RAS_SERVICE_SMM_PROTOCOL Ras{};
     VORN_KYR_MEMORY_PPR_SMM_PROTOCOL Ppr{};
     UINT32 DeviceStart = 6;
-    BOOLEAN RepairSupported = TRUE;
-    BOOLEAN RepairCreated = TRUE;
     EFI_STATUS MapStatus = EFI_SUCCESS;
-    EFI_STATUS SupportedStatus = EFI_SUCCESS;
-    EFI_STATUS CreateStatus = EFI_SUCCESS;
-    EFI_STATUS SaveStatus = EFI_SUCCESS;
 
  private:
     static std::string LineOf(const Simulator::Event& One) {

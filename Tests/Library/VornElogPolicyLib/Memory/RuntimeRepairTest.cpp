@@ -41,7 +41,8 @@ class RepairMachine : public MemoryMachine {
             Current->Service = nullptr;
             return EFI_SUCCESS;
         };
-        Services.Table.SmmLocateHandle = [](EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Guid, void*, UINTN*, EFI_HANDLE*) {
+        Services.Table.SmmLocateHandle = [](EFI_LOCATE_SEARCH_TYPE Search, const EFI_GUID* Guid, void*, UINTN*,
+                                            EFI_HANDLE*) {
             EXPECT_EQ(Search, ByProtocol);
             EXPECT_TRUE(IsGuidEqual(*Guid, gKyrJrvRasOemSmmProtocolGuid));
             return EFI_NOT_FOUND;  // no instance: nobody is told

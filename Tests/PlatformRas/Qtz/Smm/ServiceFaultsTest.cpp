@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Tests/PlatformRas/Qtz/Smm/MachineCheckStory.h"
 
