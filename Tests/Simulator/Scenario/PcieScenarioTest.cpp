@@ -108,6 +108,13 @@ TEST(PcieScenario, MistakesAreToldWhereTheyStand) {
         {"steps: [pcie-config: {at: nic0, register: device-status, offset: 4}]", "either \"register\" or \"offset\""},
         {"steps: [pcie-slot: {at: bay0, act: shake}]", "t.yaml:3:36: "},
         {"steps: [smi: {pending: true}]", "kind"},
+        {"steps: [dpc-buffer: {bytes: 00}]", "one of \"entry\", \"aware\" and \"used\""},
+        {"steps: [dpc-buffer: {entry: 0, aware: 0, bytes: 00}]", "one of \"entry\", \"aware\" and \"used\""},
+        {"steps: [dpc-buffer: {entry: 32, bytes: 00}]", "t.yaml:3:29: "},
+        {"steps: [dpc-buffer: {used: 0, bytes: 00}]", "\"used\" has no bytes"},
+        {"steps: [dpc-buffer: {aware: 0}]", "\"bytes\" are wanted"},
+        {"steps: [os-edr: {clears: all}]", "t.yaml:3:26: "},
+        {"steps: [os-ost: {port: nic0, status: 256}]", "t.yaml:3:38: "},
     };
     for (const auto& Case : Cases) {
         SCOPED_TRACE(Case.Text);
@@ -166,6 +173,13 @@ TEST(PcieScenario, StepsDoAndCheck) {
          "  - wait: 1ms\n"
          "  - pcie-config: {at: nvme0, register: vendor-id, expect: 0x1D9B}\n",
          nullptr},
+        {"  - os-edr: {ports: [port0]}\n", "the OS was notified of [], wanted [0000:00:01.0]"},
+        {"  - os-dsm: {port: port0, returns: EFI_NOT_FOUND}\n", "it returned EFI_SUCCESS, wanted EFI_NOT_FOUND"},
+        {"  - os-ost: {port: port0}\n", "the buffer does not hold the port"},
+        {"  - os-dsm: {port: port0}\n"
+         "  - dpc-buffer: {aware: 0, bytes: 08 00 01}\n",
+         "it is 08 00 00, wanted 08 00 01"},
+        {"  - dpc-buffer: {used: 1}\n", "0 entries are in use, wanted 1"},
         {"  - pcie-death: {at: nic0}\n"
          "  - pcie-config: {at: nic0, register: vendor-id, expect: 0xFFFF}\n"
          "  - pcie-death: {at: nic0, revive: true}\n"
