@@ -3,8 +3,8 @@
 #include "Simulator/Decode/Sections.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/ServiceMembers.h"
-#include "Simulator/Scenario/MemoryReader.h"
 #include "Simulator/Scenario/CxlReader.h"
+#include "Simulator/Scenario/MemoryReader.h"
 #include "Simulator/Scenario/PcieReader.h"
 #include "Simulator/Scenario/Readers.h"
 

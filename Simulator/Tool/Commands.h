@@ -13,7 +13,7 @@ enum class TraceChoice { None, Errors, All };
 struct RunOptions {
     std::vector<std::filesystem::path> Files{};
     std::filesystem::path Out{};  // empty: nothing is left behind
-    std::string OsMemory{};  // FILE@ADDRESS of an error source in a running guest's memory; empty: none
+    std::string OsMemory{};       // FILE@ADDRESS of an error source in a running guest's memory; empty: none
     TraceChoice Trace = TraceChoice::None;
     bool Json = false;
     bool Colours = false;

@@ -16,8 +16,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace Simulator;
 
-// What the driver reports may differ from machine to machine; that it reads them through, keeps nothing of the SMI but
-// what storms are counted by, and silences the root complex may not.
+// What the driver reports may differ from machine to machine; that it reads them through, keeps nothing of the SMI
+// but what storms are counted by, and silences the root complex may not.
 TEST(RealMachines, EveryErrorAtEveryFunctionEndsWithItsSmi) {
     const char* Folder = std::getenv("RAS_DUMPS");
     if (Folder == nullptr) {
@@ -34,8 +34,8 @@ TEST(RealMachines, EveryErrorAtEveryFunctionEndsWithItsSmi) {
             BootedSimulation Run(Settings);
             ASSERT_EQ(Run.EntryStatus(), EFI_SUCCESS);
             for (const PcieErrorName& Error : PcieErrorNames()) {
-                SCOPED_TRACE(testing::Message() << File.path().filename().string() << " "
-                                                << PciAddressText(One.Where) << " " << Error.Name);
+                SCOPED_TRACE(testing::Message() << File.path().filename().string() << " " << PciAddressText(One.Where)
+                                                << " " << Error.Name);
                 PcieFabric& Fabric = Run->Machine().Pcie();
                 PcieFunction* Function = Fabric.Find(One.Where);
                 ASSERT_NE(Function, nullptr);
