@@ -15,7 +15,3 @@ EFI_STATUS VornElogChipsetLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     RegisterSmiStormScalingHandler();
     return EFI_SUCCESS;
 }
-
-EFI_STATUS VornElogChipsetLibDestructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    return UnregisterSmiStormScalingHandler();
-}

@@ -13,8 +13,5 @@ extern VORN_ELOG_CHIPSET_PRIVATE_DATA mPrivateDataVornElogChipsetLib;
 
 // Takes the debug levels and registers the handler of the storm scaling data; a refusal is traced and ignored. The
 // map of active root ports (ActiveRootPorts.h) is made when the platform has its port map. Runs after the base
-// library's constructor. Always EFI_SUCCESS.
+// library's constructor. Always EFI_SUCCESS. The policy engine's destructor takes the registration back.
 EFI_STATUS VornElogChipsetLibConstructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
-
-// Takes the registration back. The status of that.
-EFI_STATUS VornElogChipsetLibDestructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);

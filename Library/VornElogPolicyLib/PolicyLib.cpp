@@ -10,6 +10,7 @@
 #include "Library/VornElogBaseLib/OperatingModes.h"
 #include "Library/VornElogBaseLib/Queue.h"
 #include "Library/VornElogChipsetLib/DimmLocation.h"
+#include "Library/VornElogChipsetLib/SmiStormScaling.h"
 #include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 #include "Library/VornElogPolicyLib/Notification/PostErrors.h"
@@ -292,6 +293,8 @@ EFI_STATUS VornElogPolicyLibDestructorSmm(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     }
     mRegistrations = {};
     Status |= VornElogSmmUnregisterPostErrorsHandler();
+    // The chipset library registered it for the storm check, and has no destructor of its own.
+    Status |= UnregisterSmiStormScalingHandler(__func__);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r taking registrations back\n", Status);
     }

@@ -45,7 +45,6 @@ constexpr LIBRARY_FUNCTION Constructors[] = {
 constexpr LIBRARY_FUNCTION Destructors[] = {
     VornElogPolicyLibDestructorSmm,
     VornCperCreateLibDestructor,
-    VornElogChipsetLibDestructor,
     SmmMemLibDestructor,
 };
 
