@@ -176,14 +176,14 @@ std::size_t EditDistance(std::string_view From, std::string_view To) {
     return Row.back();
 }
 
-// All the names, or the one that was probably meant where they are many.
+// All the names, or where they are many the one that was probably meant: it differs in no more than a third.
 std::string Suggestion(std::string_view Name, std::span<const std::string_view> Names) {
     constexpr std::size_t Few = 24;
-    if (Names.size() <= Few) {
+    const auto Distance = [Name](std::string_view Known) { return EditDistance(Name, Known); };
+    const auto Nearest = std::ranges::min_element(Names, {}, Distance);
+    if (Names.size() <= Few || Distance(*Nearest) * 3 > Name.size() + 1) {
         return fmt::format("known here: {}", fmt::join(Names, ", "));
     }
-    const auto Nearest =
-        std::ranges::min_element(Names, {}, [Name](std::string_view Known) { return EditDistance(Name, Known); });
     return fmt::format("is {} meant?", *Nearest);
 }
 

@@ -72,10 +72,10 @@ TEST(CxlEvents, AFullLogCountsWhatItLoses) {
     ASSERT_EQ(Output.size(), sizeof(Front) + 128);
     std::memcpy(&Front, Output.data(), sizeof(Front));
     EXPECT_EQ(Front.Flags, 3) << "overflow, and more records than fit";
-    EXPECT_EQ(Front.OverflowErrorCount, 3);
-    EXPECT_EQ(Front.FirstOverflowTimeStamp, 30u);
-    EXPECT_EQ(Front.LastOverflowTimeStamp, 50u);
-    EXPECT_EQ(Front.EventRecordCount, 1);
+    EXPECT_EQ(UINT16{Front.OverflowErrorCount}, 3);
+    EXPECT_EQ(UINT64{Front.FirstOverflowTimeStamp}, 30u);
+    EXPECT_EQ(UINT64{Front.LastOverflowTimeStamp}, 50u);
+    EXPECT_EQ(UINT16{Front.EventRecordCount}, 1);
     EXPECT_EQ(Log.Clear(0, {1}), CxlMbSuccess);
     EXPECT_EQ(Log.Get(256)[0], 0) << "there is room again";
 }

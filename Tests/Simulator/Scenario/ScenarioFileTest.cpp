@@ -34,7 +34,7 @@ TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
         {"steps:\n  - machine-check: {processor: 0, bank: 0}", "t.yaml:4:20: the key \"status\" is missing"},
         {"steps:\n  - comm: {handler: gElogLogPOSTErrorToBMCGuid, place: moon}",
          "t.yaml:4:56: \"moon\" is not known here; right would be region, outside, smram, straddling, null"},
-        {"expect:\n  - sell: {}", "t.yaml:4:5: unknown key \"sell\"; known here: smi-enter"},
+        {"expect:\n  - sell: {}", "t.yaml:4:5: unknown key \"sell\"; is sel meant?"},
         {"expect:\n  - sel: {byte: 07}", "t.yaml:4:11: unknown key \"byte\"; known here: bytes, id"},
         {"expect:\n  - ghes-log: {record-bytes: {200: 07 ** 01}}", "t.yaml:4:36: \"07 ** 01\" are no bytes"},
         {"count: [{events: {sel: {}}}]", "t.yaml:3:9: the key \"times\" is missing"},

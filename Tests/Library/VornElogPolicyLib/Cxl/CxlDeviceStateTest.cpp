@@ -49,12 +49,12 @@ TEST(CxlCapture, TakesEveryRegisterOfAMemoryDevice) {
     EXPECT_EQ(Cxl.CxlAgentAddress.Function, 0);
     EXPECT_EQ(Cxl.CxlAgentAddress.Device, 0);
     EXPECT_EQ(Cxl.CxlAgentAddress.Bus, 0x1F);
-    EXPECT_EQ(Cxl.CxlAgentAddress.Segment, 0);
-    EXPECT_EQ(Cxl.CxlDeviceId.VendorId, 0x1A2B);
-    EXPECT_EQ(Cxl.CxlDeviceId.DeviceId, 0x7D34);
-    EXPECT_EQ(Cxl.CxlDeviceId.SubsystemVendorId, 0x1A2B);
-    EXPECT_EQ(Cxl.CxlDeviceId.SubsystemId, 0x5678);
-    EXPECT_EQ(Cxl.CxlDeviceId.ClassCode, 0x0502);
+    EXPECT_EQ(UINT16{Cxl.CxlAgentAddress.Segment}, 0);
+    EXPECT_EQ(UINT16{Cxl.CxlDeviceId.VendorId}, 0x1A2B);
+    EXPECT_EQ(UINT16{Cxl.CxlDeviceId.DeviceId}, 0x7D34);
+    EXPECT_EQ(UINT16{Cxl.CxlDeviceId.SubsystemVendorId}, 0x1A2B);
+    EXPECT_EQ(UINT16{Cxl.CxlDeviceId.SubsystemId}, 0x5678);
+    EXPECT_EQ(UINT16{Cxl.CxlDeviceId.ClassCode}, 0x0502);
 }
 
 TEST(CxlCapture, AgentsAreToldApartAndKeepTheirDvsec) {
