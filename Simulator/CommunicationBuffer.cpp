@@ -27,7 +27,7 @@ std::uint8_t* PlaceBuffer(Where Wanted, std::uint64_t Size, MemoryArea& Place) {
         case Where::Straddling:
             // SMRAM follows the outside memory: the second half of the buffer lies in it.
             Place = {Layout.Outside.Base, Layout.Outside.Size + Layout.SmramFront.Size / 2};
-            return Layout.SmramFront.Base - std::max<std::uint64_t>(Size / 2, 1);
+            return Layout.SmramFront.Base - std::clamp<std::uint64_t>(Size / 2, 1, Layout.Outside.Size);
         case Where::Null:
             break;
     }

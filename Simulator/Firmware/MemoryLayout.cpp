@@ -4,7 +4,9 @@
 
 #include <new>
 
-#ifdef __SANITIZE_ADDRESS__
+#include "Simulator/Firmware/UnderSanitizer.h"
+
+#if UNDER_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -50,7 +52,7 @@ const MemoryLayout& Memory() {
     return Layout;
 }
 
-#ifdef __SANITIZE_ADDRESS__
+#if UNDER_ADDRESS_SANITIZER
 void ForbidAccess(const void* Address, std::uint64_t Size) {
     ASAN_POISON_MEMORY_REGION(Address, Size);
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Simulator/Firmware/MemoryLayout.h"
+#include "Simulator/Firmware/UnderSanitizer.h"
 
 namespace Simulator {
 
@@ -24,7 +25,7 @@ constexpr std::uint64_t FENCE = 65536;
 
 // A freed block is not handed out again before this many others of its size were freed, so that late uses
 // show under the address sanitizer.
-#ifdef __SANITIZE_ADDRESS__
+#if UNDER_ADDRESS_SANITIZER
 constexpr std::size_t QUARANTINE = 32;
 #else
 constexpr std::size_t QUARANTINE = 0;
@@ -35,7 +36,7 @@ constexpr std::uint64_t RoundedSize(std::uint64_t Size) {
 }
 
 // Guard bytes are forbidden to everybody else, so reading them is not checked.
-#if defined(__SANITIZE_ADDRESS__)
+#if UNDER_ADDRESS_SANITIZER
 #define READS_GUARDS __attribute__((no_sanitize_address))
 #else
 #define READS_GUARDS

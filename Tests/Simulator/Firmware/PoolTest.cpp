@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Simulator/Firmware/MemoryLayout.h"
+#include "Simulator/Firmware/UnderSanitizer.h"
 
 namespace Simulator {
 namespace {
@@ -30,7 +31,7 @@ TEST(Pool, RefusesToFreeWhatIsNoLiveBlock) {
     EXPECT_EQ(From.Statistics().Frees, 1u);
 }
 
-#ifndef __SANITIZE_ADDRESS__  // which sees the overrun itself
+#if !UNDER_ADDRESS_SANITIZER  // which sees the overrun itself
 TEST(Pool, SeesBlocksThatWereOverrun) {
     Pool From(0, true);
     void *Over = nullptr, *Under = nullptr, *Freed = nullptr;
