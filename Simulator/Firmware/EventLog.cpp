@@ -6,6 +6,7 @@
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Firmware/SelMessage.h"
 #include "Simulator/Firmware/ServiceTables.h"
+#include "Simulator/Firmware/UnderSanitizer.h"
 
 namespace Simulator {
 
@@ -36,13 +37,17 @@ EFI_STATUS EventLog::LogBmcData(const ELOG_SEL_DATA* Body) {
     return EFI_SUCCESS;
 }
 
-// The area holds the number of codes in a byte, then the codes.
-EFI_STATUS EventLog::GetPostMessageCodes(const void* MessageCodeArea) {
+// The area holds the number of codes in a byte, then the codes. The service is not told where the caller's buffer
+// ends and believes the number: the region goes on behind the buffer.
+READS_FORBIDDEN EFI_STATUS EventLog::GetPostMessageCodes(const void* MessageCodeArea) {
     if (MessageCodeArea == nullptr) {
         return EFI_INVALID_PARAMETER;
     }
-    const auto* Area = static_cast<const std::uint8_t*>(MessageCodeArea);
-    PostCodes.assign(Area + 1, Area + 1 + Area[0]);
+    const auto* Area = static_cast<const volatile std::uint8_t*>(MessageCodeArea);
+    PostCodes.resize(Area[0]);
+    for (std::size_t Index = 0; Index < PostCodes.size(); Index++) {
+        PostCodes[Index] = Area[1 + Index];
+    }
     return EFI_SUCCESS;
 }
 

@@ -35,14 +35,7 @@ constexpr std::uint64_t RoundedSize(std::uint64_t Size) {
     return (FRONT + Size + BACK + 15) / 16 * 16;
 }
 
-// Guard bytes are forbidden to everybody else, so reading them is not checked.
-#if UNDER_ADDRESS_SANITIZER
-#define READS_GUARDS __attribute__((no_sanitize_address))
-#else
-#define READS_GUARDS
-#endif
-
-READS_GUARDS bool AllGuards(const volatile std::uint8_t* First, const volatile std::uint8_t* End) {
+READS_FORBIDDEN bool AllGuards(const volatile std::uint8_t* First, const volatile std::uint8_t* End) {
     for (; First != End; First++) {
         if (*First != GUARD) {
             return false;
@@ -51,7 +44,7 @@ READS_GUARDS bool AllGuards(const volatile std::uint8_t* First, const volatile s
     return true;
 }
 
-READS_GUARDS std::uint32_t ReadNumber(const volatile std::uint8_t* Front) {
+READS_FORBIDDEN std::uint32_t ReadNumber(const volatile std::uint8_t* Front) {
     return Front[0] | Front[1] << 8 | Front[2] << 16 | static_cast<std::uint32_t>(Front[3]) << 24;
 }
 

@@ -11,3 +11,10 @@
 #ifndef UNDER_ADDRESS_SANITIZER
 #define UNDER_ADDRESS_SANITIZER 0
 #endif
+
+// Of a function that reads what is forbidden to everybody else.
+#if UNDER_ADDRESS_SANITIZER
+#define READS_FORBIDDEN __attribute__((no_sanitize_address))
+#else
+#define READS_FORBIDDEN
+#endif
