@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Simulator/Scenario/EventKinds.h"
@@ -84,6 +86,20 @@ constexpr YamlKey<ScenarioDraft> ScenarioKeys[] = {
      [](const YamlValue& V, ScenarioDraft& D) { D.Result.Kept = static_cast<std::int64_t>(V.Number(0, 1'000'000)); }},
 };
 
+// The YAML library guesses other encodings from the first bytes, and does not come back from all that it then reads;
+// the reports are UTF-8 as well.
+void CheckEncoding(const std::string& Text, const std::string& File) {
+    try {
+        nlohmann::json(Text).dump();
+    } catch (const nlohmann::json::type_error&) {
+        throw ScenarioError({File, 1, 1}, "no UTF-8 text");
+    }
+    if (const std::size_t At = Text.find('\0'); At != Text.npos) {
+        throw ScenarioError({File, 1 + static_cast<int>(std::count(Text.begin(), Text.begin() + At, '\n')), 1},
+                            "a NUL, which is in no text");
+    }
+}
+
 }  // namespace
 
 EventPattern ReadPattern(const YamlValue& Value) {
@@ -108,6 +124,7 @@ EventPattern ReadPattern(const YamlValue& Value) {
 }
 
 Scenario ParseScenario(const std::string& Text, const std::string& File) {
+    CheckEncoding(Text, File);
     std::vector<YAML::Node> Documents;
     try {
         Documents = YAML::LoadAll(Text);

@@ -39,6 +39,7 @@ TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
         {"expect:\n  - ghes-log: {record-bytes: {200: 07 ** 01}}", "t.yaml:4:36: \"07 ** 01\" are no bytes"},
         {"count: [{events: {sel: {}}}]", "t.yaml:3:9: the key \"times\" is missing"},
         {"never: [sci: {}\n", "t.yaml:4:1: no YAML: "},
+        {"steps: \x9F", "t.yaml:1:1: no UTF-8 text"},
     };
     for (const Row& Case : Rows) {
         SCOPED_TRACE(Case.Text);
@@ -52,6 +53,8 @@ TEST(ScenarioFile, MistakesSayWhereTheyAreAndWhatWouldBeRight) {
     for (const char* Text : {"", "[]", "name: x\n---\nname: y\n", "name: X y\nabout: z\n", "about: only\n"}) {
         EXPECT_THROW(ParseScenario(Text, "t.yaml"), ScenarioError) << Text;
     }
+    // Looks like UTF-32, which the YAML library never comes back from.
+    EXPECT_THROW(ParseScenario(std::string("\0\0\0,`7\0`\4", 9), "t.yaml"), ScenarioError);
 }
 
 TEST(ScenarioFile, NumbersBytesAndDurations) {
