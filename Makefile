@@ -1,5 +1,5 @@
 # One word each. `run` and `test` install what they need on a bare Debian machine.
-.PHONY: run test firmware os-test fuzz bench format check clean
+.PHONY: run test firmware os-test foreign-test fuzz bench format check clean
 
 BUILD := build
 CMAKE := cmake -G Ninja -S .
@@ -28,6 +28,12 @@ os-test:
 	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
 	@cmake --build $(BUILD)/release --target ras-sim $(QUIET)
 	@Scripts/os-test $(BUILD)/release/ras-sim $(BUILD)/os
+
+foreign-test:
+	@Scripts/install-packages build test
+	@$(CMAKE) -B $(BUILD)/release -DCMAKE_BUILD_TYPE=RelWithDebInfo $(QUIET)
+	@cmake --build $(BUILD)/release --target foreign-tests $(QUIET)
+	@Scripts/foreign-test $(BUILD)/release/foreign-tests
 
 # SECONDS: for each target.
 fuzz:
