@@ -247,8 +247,9 @@ inline constexpr UINT16 ErrorBits = 0xF;
 }  // namespace PcieDeviceStatus
 
 namespace PcieLinkCapabilities {
+inline constexpr UINT32 SurpriseDownErrorReportingCapable = 1 << 19;
 inline constexpr UINT32 DataLinkLayerLinkActiveReportingCapable = 1 << 20;
-}
+}  // namespace PcieLinkCapabilities
 
 namespace PcieLinkStatus {
 inline constexpr UINT16 DataLinkLayerLinkActive = 1 << 13;

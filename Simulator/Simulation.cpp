@@ -64,6 +64,11 @@ std::uint32_t Simulation::EvaluateCxlOsc(std::uint32_t Support, std::uint32_t Co
 }
 
 void Simulation::Wait(std::uint64_t Microseconds) {
+    // Nanoseconds of CXL event records and the years of the clock hold so much.
+    constexpr std::uint64_t LONGEST_RUN = 876'000 * std::uint64_t{3'600'000'000};
+    if (Microseconds > LONGEST_RUN || Now() > LONGEST_RUN - Microseconds) {
+        throw std::invalid_argument("no machine runs longer than a hundred years");
+    }
     Everything->Hardware.Advance(Microseconds);
 }
 

@@ -51,6 +51,7 @@ class Simulation {
     void RaiseSmi(std::string_view Kind);
     // Some root complex's hardware asks for that SMI.
     bool IsRootComplexSmiPending() const;
+    // Throws std::invalid_argument where the machine would run longer than a hundred years.
     void Wait(std::uint64_t Microseconds);
     // A line of DRAM errs, Count times. Throws std::invalid_argument for a place that no enabled DIMM has.
     void InjectMemoryError(const MemoryError& Error, std::uint64_t Count);

@@ -55,6 +55,14 @@ std::string ToText(const std::vector<DecodedItem>& Items) {
     return Text;
 }
 
+nlohmann::ordered_json RecordJson(std::span<const std::uint8_t> Bytes) {
+    try {
+        return ToJson(DecodeCper(Bytes));
+    } catch (const DecodeError& Error) {
+        return {{"error", Error.what()}};
+    }
+}
+
 nlohmann::ordered_json ToJson(const std::vector<DecodedItem>& Items) {
     nlohmann::ordered_json Object = nlohmann::ordered_json::object();
     for (const DecodedItem& Item : Items) {

@@ -30,6 +30,8 @@ nlohmann::ordered_json ToJson(const std::vector<DecodedItem>& Items);
 
 // One Common Platform Error Record (UEFI 2.10, appendix N). Throws DecodeError.
 std::vector<DecodedItem> DecodeCper(std::span<const std::uint8_t> Bytes);
+// The same as JSON; {"error": why} for bytes that are no record.
+nlohmann::ordered_json RecordJson(std::span<const std::uint8_t> Bytes);
 // A sequence of 16-byte SEL records (IPMI 2.0, section 32). Throws DecodeError.
 std::vector<DecodedItem> DecodeSel(std::span<const std::uint8_t> Bytes);
 // Tells SEL events one after the other. Registers travel in several events; the last of them tells the whole.

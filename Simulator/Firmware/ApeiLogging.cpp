@@ -1,7 +1,5 @@
 #include "Simulator/Firmware/ApeiLogging.h"
 
-#include <fmt/format.h>
-
 #include <cstring>
 
 #include "Include/Cper.h"
@@ -155,7 +153,7 @@ EFI_STATUS ServeLog(const void* Cper, UINT32 Severity) {
     Firmware::Current().Hardware.Note("ghes-log", [&] {
         nlohmann::ordered_json Fields = nlohmann::ordered_json::object();
         if (Status == EFI_SUCCESS) {
-            Fields["file"] = fmt::format("records/{:04}.cper", Apei().LoggedRecords().size());
+            Fields["file"] = RecordFileName(Apei().LoggedRecords().size() - 1);
         }
         Fields["severity"] = Hex(Severity);
         Fields["status"] = StatusName(Status);

@@ -1,5 +1,7 @@
 #include "Simulator/Firmware/Firmware.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -136,6 +138,12 @@ Firmware::Firmware(const Configuration& Configured, Simulator::Machine& Machine)
     for (const std::string& Name : Settings.Missing) {
         if (!IsInstallable(Name)) {
             throw std::invalid_argument("\"" + Name + "\" is no protocol of the firmware");
+        }
+    }
+    for (const unsigned Number : Settings.SilentProcessors) {
+        if (Number >= Hardware.ProcessorCount()) {
+            throw std::invalid_argument(fmt::format("silent processor {} does not exist; the machine has {}", Number,
+                                                    Hardware.ProcessorCount()));
         }
     }
     for (const auto& [Name, How] : Settings.Failing) {

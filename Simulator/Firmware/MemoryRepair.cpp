@@ -8,12 +8,6 @@ namespace Simulator {
 
 namespace {
 
-bool IsSameRow(const RepairEntry& Entry, const DramLocation& Row) {
-    DramLocation Aligned = Entry.Row;
-    Aligned.Column = Row.Column;
-    return Aligned == Row;
-}
-
 // A row is known where the error was translated.
 bool HasRow(const KYR_CHIPSET_SUPPORT_DATA& Data) {
     return Data.MachineCheck.ValidRasMcaErrorInfo != 0 && Data.MachineCheck.ValidNormalizedAddressInfoPsp != 0 &&
@@ -75,7 +69,7 @@ RepairEntry MemoryRepair::Describe(const KYR_CHIPSET_SUPPORT_DATA& Data, UINT16 
 
 const RepairEntry* MemoryRepair::Find(const DramLocation& Row, DeviceRange Devices) const {
     const auto Found = std::ranges::find_if(Requested, [&](const RepairEntry& One) {
-        return IsSameRow(One, Row) && One.Devices.First <= Devices.First && One.Devices.Last >= Devices.Last;
+        return IsSameRow(One.Row, Row) && One.Devices.First <= Devices.First && One.Devices.Last >= Devices.Last;
     });
     return Found == Requested.end() ? nullptr : &*Found;
 }
@@ -181,7 +175,7 @@ EFI_STATUS MemoryRepair::StartRuntime(const RuntimeRequest& Request) {
 
 void MemoryRepair::MarkDone(const RepairEntry& Repaired) {
     for (RepairEntry& One : Requested) {
-        One.Done = One.Done || (IsSameRow(One, Repaired.Row) && One.Devices.First == Repaired.Devices.First);
+        One.Done = One.Done || (IsSameRow(One.Row, Repaired.Row) && One.Devices.First == Repaired.Devices.First);
     }
 }
 

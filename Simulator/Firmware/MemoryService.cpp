@@ -7,8 +7,6 @@ namespace Simulator {
 
 namespace {
 
-using SyndromeSymbol = Field<std::uint64_t, 13, 8>;
-
 void FillDimmInfo(const DramLocation& Where, DIMM_INFO& Info) {
     Info.ChipSelect = static_cast<UINT8>(Where.ChipSelect);
     Info.Bank = static_cast<UINT8>(Where.Bank);

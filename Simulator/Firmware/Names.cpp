@@ -119,4 +119,8 @@ std::optional<EFI_STATUS> FindStatus(std::string_view Name) {
     return std::nullopt;
 }
 
+std::string RecordFileName(std::size_t Index) {
+    return fmt::format("records/{:04}.cper", Index + 1);
+}
+
 }  // namespace Simulator

@@ -18,4 +18,7 @@ const EFI_GUID* FindGuid(std::string_view Name);
 std::string StatusName(EFI_STATUS Status);
 std::optional<EFI_STATUS> FindStatus(std::string_view Name);
 
+// How journals and --out name the record that entered GHES as number Index, from 0: "records/0001.cper" is the first.
+std::string RecordFileName(std::size_t Index);
+
 }  // namespace Simulator

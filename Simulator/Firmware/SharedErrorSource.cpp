@@ -43,7 +43,9 @@ SharedErrorSource::SharedErrorSource(const std::filesystem::path& Memory, std::u
     }
     struct stat Facts {};
     void* Mapped = MAP_FAILED;
-    if (fstat(File, &Facts) == 0 && static_cast<std::uint64_t>(Facts.st_size) >= PhysicalAddress + SIZE) {
+    const bool Reaches = fstat(File, &Facts) == 0 && Facts.st_size >= static_cast<off_t>(SIZE) &&
+                         PhysicalAddress <= static_cast<std::uint64_t>(Facts.st_size) - SIZE;
+    if (Reaches) {
         Mapped = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, File, static_cast<off_t>(PhysicalAddress));
     }
     close(File);

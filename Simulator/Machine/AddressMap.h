@@ -25,6 +25,12 @@ struct DramLocation {
     auto operator<=>(const DramLocation&) const = default;
 };
 
+// Whether both places lie in one row, whatever their columns are.
+constexpr bool IsSameRow(DramLocation One, const DramLocation& Other) {
+    One.Column = Other.Column;
+    return One == Other;
+}
+
 inline constexpr unsigned BANK_ADDRESS_BITS = 2;
 inline constexpr unsigned BANK_GROUP_BITS = 3;
 inline constexpr unsigned COLUMN_BITS = 11;

@@ -1,5 +1,9 @@
 #include "Simulator/Machine/CxlRegisterBlock.h"
 
+#include <fmt/format.h>
+
+#include <stdexcept>
+
 namespace Simulator {
 
 namespace {
@@ -47,6 +51,10 @@ bool CxlRegisterBlock::Write(std::uint64_t Offset, unsigned Width, std::uint64_t
 
 void CxlRegisterBlock::Patch(const std::vector<CxlRegisterPatch>& Registers) {
     for (const CxlRegisterPatch& One : Registers) {
+        if (One.Offset >= Size) {
+            throw std::invalid_argument(
+                fmt::format("a CXL register block of {} bytes has no register at 0x{:x}", Size, One.Offset));
+        }
         Patches[One.Offset] = One.Value;
     }
 }

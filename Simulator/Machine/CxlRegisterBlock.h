@@ -21,6 +21,7 @@ class CxlRegisterBlock : public MmioDevice {
     std::optional<std::uint64_t> Read(std::uint64_t Offset, unsigned Width) final;
     bool Write(std::uint64_t Offset, unsigned Width, std::uint64_t Value) final;
 
+    // Throws std::invalid_argument for a register outside the block.
     void Patch(const std::vector<CxlRegisterPatch>& Registers);
     std::uint64_t Bytes() const {
         return Size;
@@ -41,6 +42,7 @@ class CxlComponentRegisters : public CxlRegisterBlock {
  public:
     explicit CxlComponentRegisters(bool HasRas);
 
+    const bool HasRas;
     CxlRasCapability Ras;
 
  private:
@@ -48,7 +50,6 @@ class CxlComponentRegisters : public CxlRegisterBlock {
     void WriteRegister(std::uint64_t Offset, std::uint32_t Value) override;
 
     std::map<std::uint64_t, std::uint32_t> Fixed;
-    bool HasRas;
 };
 
 // Several blocks one after the other in one base address register.

@@ -22,7 +22,6 @@ constexpr std::uint64_t ADDRESS_LSB = 4;
 using ScrubbedBit = Field<std::uint64_t, 40>;
 // Fixed parts of a syndrome: its length, its priority, and bit 27.
 constexpr std::uint64_t SYNDROME_FORM = 0x0A800000;
-using SyndromeSymbol = Field<std::uint64_t, 13, 8>;
 
 std::uint64_t StatusOf(MemoryErrorKind Kind) {
     std::uint64_t Status = McaStatus::Val::Of(1) | McaStatus::En::Of(1) | McaStatus::MiscV::Of(1) |
@@ -59,12 +58,6 @@ std::optional<unsigned> ChannelOf(std::uint64_t Ipid) {
         return std::nullopt;
     }
     return Offset >> UMC_INSTANCE_SHIFT;
-}
-
-bool IsSameRow(const DramLocation& One, const DramLocation& Other) {
-    DramLocation Aligned = One;
-    Aligned.Column = Other.Column;
-    return Aligned == Other;
 }
 
 // Bits of a bank's number less 3, bits of its group, row bits: as far as software needs them to decode addresses.

@@ -32,6 +32,9 @@ struct MemoryError {
     bool Transient = false;  // it is gone once it was seen; else the row has it until it is repaired
 };
 
+// The failing symbol in the syndrome of a controller's bank.
+using SyndromeSymbol = Field<std::uint64_t, 13, 8>;
+
 // DRAM devices of a sub-channel, both included.
 struct DeviceRange {
     unsigned First = 0;

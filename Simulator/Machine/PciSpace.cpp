@@ -16,6 +16,21 @@ constexpr unsigned SCRATCH_3_REGISTER = 0x74;  // NBCFG_SCRATCH_3
 
 }  // namespace
 
+// A capability that a description puts at the end of the space would have registers behind it: they do not exist.
+std::uint32_t PciFunction::Take(const Space& From, unsigned Offset, unsigned Width) {
+    std::uint32_t Value = 0;
+    if (Offset + Width <= From.size()) {
+        std::memcpy(&Value, From.data() + Offset, Width);
+    }
+    return Value;
+}
+
+void PciFunction::Put(Space& Into, unsigned Offset, unsigned Width, std::uint32_t Value) {
+    if (Offset + Width <= Into.size()) {
+        std::memcpy(Into.data() + Offset, &Value, Width);
+    }
+}
+
 std::uint32_t PciFunction::Read(unsigned Offset, unsigned Width) {
     return Peek(Offset, Width);
 }
@@ -31,33 +46,27 @@ void PciFunction::Write(unsigned Offset, unsigned Width, std::uint32_t Value) {
 }
 
 std::uint32_t PciFunction::Peek(unsigned Offset, unsigned Width) const {
-    std::uint32_t Value = 0;
-    std::memcpy(&Value, Bytes.data() + Offset, Width);
-    return Value;
+    return Take(Bytes, Offset, Width);
 }
 
 void PciFunction::Poke(unsigned Offset, unsigned Width, std::uint32_t Value) {
-    std::memcpy(Bytes.data() + Offset, &Value, Width);
+    Put(Bytes, Offset, Width, Value);
 }
 
 void PciFunction::SetWritable(unsigned Offset, unsigned Width, std::uint32_t Mask) {
-    std::memcpy(WriteMask.data() + Offset, &Mask, Width);
+    Put(WriteMask, Offset, Width, Mask);
 }
 
 void PciFunction::SetWriteOneToClear(unsigned Offset, unsigned Width, std::uint32_t Mask) {
-    std::memcpy(ClearMask.data() + Offset, &Mask, Width);
+    Put(ClearMask, Offset, Width, Mask);
 }
 
 std::uint32_t PciFunction::Writable(unsigned Offset, unsigned Width) const {
-    std::uint32_t Mask = 0;
-    std::memcpy(&Mask, WriteMask.data() + Offset, Width);
-    return Mask;
+    return Take(WriteMask, Offset, Width);
 }
 
 std::uint32_t PciFunction::WriteOneToClear(unsigned Offset, unsigned Width) const {
-    std::uint32_t Mask = 0;
-    std::memcpy(&Mask, ClearMask.data() + Offset, Width);
-    return Mask;
+    return Take(ClearMask, Offset, Width);
 }
 
 SmnSpace::DeviceRegister SmnSpace::FindDevice(std::uint32_t Address) const {

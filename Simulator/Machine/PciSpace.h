@@ -21,9 +21,9 @@ struct PciAddress {
     auto operator<=>(const PciAddress&) const = default;
 };
 
-// Configuration space of 4096 bytes. Bits are read-only but where a mask makes them writable or cleared by a one.
 class RootComplexFunction;
 
+// Configuration space of 4096 bytes. Bits are read-only but where a mask makes them writable or cleared by a one.
 class PciFunction {
  public:
     virtual ~PciFunction() = default;
@@ -53,9 +53,13 @@ class PciFunction {
     }
 
  private:
-    std::array<std::uint8_t, 4096> Bytes{};
-    std::array<std::uint8_t, 4096> WriteMask{};
-    std::array<std::uint8_t, 4096> ClearMask{};
+    using Space = std::array<std::uint8_t, 4096>;
+    static std::uint32_t Take(const Space& From, unsigned Offset, unsigned Width);
+    static void Put(Space& Into, unsigned Offset, unsigned Width, std::uint32_t Value);
+
+    Space Bytes{};
+    Space WriteMask{};
+    Space ClearMask{};
 };
 
 // A block of registers that does more than remember. Register: bytes from the block's start.

@@ -11,7 +11,7 @@ constexpr unsigned LOG_WITH_HEADER = 4;  // doublewords
 }  // namespace
 
 bool PcieFabric::CanTrigger(const PcieFunction& Port, Severity What) const {
-    if (Port.Has().Dpc == 0 || DpcStatus::TriggerStatus::Get(static_cast<UINT16>(Port.Dpc(DPC_STATUS, 2))) != 0) {
+    if (Port.Has().Dpc == 0 || Port.IsContained()) {
         return false;
     }
     const unsigned Enable = DpcControl::TriggerEnable::Get(static_cast<UINT16>(Port.Dpc(DPC_CONTROL, 2)));

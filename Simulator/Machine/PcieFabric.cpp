@@ -194,9 +194,7 @@ void PcieFabric::NobodyAnswers(PciFunction& Claimed, const PciAddress& Where, un
     const TlpWords Header = ConfigurationRequest(
         IsWrite, static_cast<std::uint16_t>(Where.Bus << 8 | Where.Device << 3 | Where.Function), Register);
     const bool IsNext = Where.Bus == Port.SecondaryBus();
-    const bool IsContained =
-        Port.Has().Dpc != 0 && DpcStatus::TriggerStatus::Get(static_cast<UINT16>(Port.Dpc(DPC_STATUS, 2))) != 0;
-    if (Port.IsDownstreamPort() && IsContained) {
+    if (Port.IsDownstreamPort() && Port.IsContained()) {
         return;
     }
     const bool IsCompleter = Port.IsDownstreamPort()

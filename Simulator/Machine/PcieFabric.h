@@ -45,7 +45,9 @@ class PcieFabric : public PciRouter, public PcieFunctionObserver {
     // The slot that the function is plugged into, if any.
     const PcieSlotSetting* SlotOf(const PcieFunction& Function) const;
 
-    // An error happens at a function.
+    // Whether the function has the registers in which such an error shows.
+    static bool CanHave(const PcieFunction& Where, const PcieError& Error);
+    // An error happens at a function. One that it cannot have leaves no trace.
     void Inject(PcieFunction& Where, const PcieError& Error);
     // The platform's boot firmware lets errors be reported. IsFirmwareFirst: they reach the firmware, too.
     void EnableReporting(bool IsFirmwareFirst);
@@ -56,7 +58,8 @@ class PcieFabric : public PciRouter, public PcieFunctionObserver {
     // What is done to a port or its slot.
     void Remove(PcieFunction& Port, bool IsSurprise);
     void Insert(PcieFunction& Port);
-    void SetPower(PcieFunction& Port, bool On);
+    static bool HasPowerController(const PcieFunction& Port);
+    void SetPower(PcieFunction& Port, bool On);  // of a port that has one
     void SetLink(PcieFunction& Port, bool Up);
     // Whether packets get through below the port.
     bool IsLinkUp(const PcieFunction& Port) const {

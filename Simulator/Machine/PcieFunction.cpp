@@ -122,6 +122,10 @@ bool PcieFunction::IsInD3Hot() const {
                PmControlStatus::D3Hot;
 }
 
+bool PcieFunction::IsContained() const {
+    return At.Dpc != 0 && DpcStatus::TriggerStatus::Get(static_cast<UINT16>(Dpc(DPC_STATUS, 2))) != 0;
+}
+
 PciAddress PcieFunction::Where() const {
     return {Segment, Above == nullptr ? RootBus : Above->SecondaryBus(), Device, Function};
 }

@@ -96,6 +96,8 @@ class PcieFunction : public PciFunction {
         return Peek(PCI_SUBORDINATE_BUS_NUMBER, 1);
     }
     bool IsInD3Hot() const;
+    // The port holds its link down since an error triggered containment.
+    bool IsContained() const;
 
     // ---- Registers of capabilities, by their offset in the capability, past the rules for software
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <map>
 #include <stdexcept>
 
@@ -17,9 +18,7 @@ constexpr std::uint64_t MIB = 1 << 20;
 // Memory behind root complexes, above ECAM and above all DRAM.
 constexpr std::uint64_t MEMORY_BASE = 0xC0000000, MEMORY_STRIDE = 0x3000000;
 constexpr std::uint64_t PREFETCHABLE_BASE = std::uint64_t{1} << 44, PREFETCHABLE_STRIDE = std::uint64_t{1} << 36;
-constexpr unsigned IO_BASE = 0x1000, IO_STRIDE = 0xE00;
-
-constexpr unsigned SURPRISE_DOWN_CAPABLE = 1 << 19;  // Link Capabilities
+constexpr std::uint64_t IO_BASE = 0x1000, IO_STRIDE = 0xE00, IO_END = 0x10000;
 
 constexpr std::uint64_t AlignUp(std::uint64_t Value, std::uint64_t To) {
     return (Value + To - 1) / To * To;
@@ -50,14 +49,59 @@ void SetBusNumbers(PcieFunction& Bridge, unsigned Primary, unsigned Secondary, u
     Bridge.Poke(PCI_SUBORDINATE_BUS_NUMBER, 1, Subordinate);
 }
 
+// What a function of its kind cannot have is no setting to be passed over.
+void CheckSetting(const PcieFunctionSetting& Setting) {
+    const bool IsPort = Setting.Kind == PcieKind::RootPort || Setting.Kind == PcieKind::SwitchDownstreamPort;
+    const bool IsConventional = Setting.Kind == PcieKind::Pci || Setting.Kind == PcieKind::PciBridge;
+    const auto Refuse = [&](const char* Why) {
+        throw std::invalid_argument(fmt::format("\"{}\" {}", Setting.Name, Why));
+    };
+    if (!IsPort && (Setting.Slot || Setting.Dpc || Setting.SurpriseDown)) {
+        Refuse("is no root port and no switch's downstream port: it has no slot, no DPC, no strap for surprises");
+    }
+    if (!IsBridgeKind(Setting.Kind) && Setting.SpareBuses != 0) {
+        Refuse("is no bridge: no bus numbers are kept for what lies below it");
+    }
+    if (IsConventional && (Setting.Cxl || Setting.Sfi || Setting.SerialNumber)) {
+        Refuse("is a conventional function: it has no extended capabilities");
+    }
+}
+
+void CheckBar(const PcieFunctionSetting& Setting, const BarSetting& Bar) {
+    const unsigned Count = IsBridgeKind(Setting.Kind) ? PCI_TYPE1_BASE_ADDRESSES : PCI_TYPE0_BASE_ADDRESSES;
+    const auto Refuse = [&](const std::string& Why) {
+        throw std::invalid_argument(
+            fmt::format("\"{}\", base address register {}: {}", Setting.Name, Bar.Index, Why));
+    };
+    if (Bar.Index + (Bar.Is64 ? 1 : 0) >= Count) {
+        Refuse(fmt::format("the function has {} of them; one of 64 bits takes two", Count));
+    }
+    if (Bar.IsIo && (Bar.Is64 || Bar.IsPrefetchable)) {
+        Refuse("IO space has 32 bits and is not prefetchable");
+    }
+    const std::uint64_t Smallest = Bar.IsIo ? 4 : 16;
+    if (Bar.Size != 0 && (!std::has_single_bit(Bar.Size) || Bar.Size < Smallest)) {
+        Refuse(fmt::format("the size is 0 or a power of two from {} on", Smallest));
+    }
+    const std::uint64_t Highest = Bar.Is64 ? UINT64_MAX : UINT32_MAX;
+    if (Bar.Size > Highest || Bar.Base > Highest || (Bar.Size != 0 && Bar.Base % Bar.Size != 0)) {
+        Refuse("the base is a multiple of the size, and both fit into the register");
+    }
+}
+
 }  // namespace
 
 void PcieHierarchyBuilder::Build() {
     for (std::size_t Index = 0; Index < Fabric.Hubs.size(); Index++) {
         const RootComplex& Complex = Fabric.Hubs[Index]->Location();
-        Free.push_back({Complex.BusBase + 1, Complex.LastBus, MEMORY_BASE + Index * MEMORY_STRIDE,
-                        PREFETCHABLE_BASE + Index * PREFETCHABLE_STRIDE,
-                        static_cast<unsigned>(IO_BASE + Index * IO_STRIDE), 0});
+        Resources& Here = Free.emplace_back();
+        Here.NextBus = Complex.BusBase + 1;
+        Here.LastBus = Complex.LastBus;
+        Here.Memory = MEMORY_BASE + Index * MEMORY_STRIDE;
+        Here.MemoryEnd = Here.Memory + MEMORY_STRIDE;
+        Here.Prefetchable = PREFETCHABLE_BASE + Index * PREFETCHABLE_STRIDE;
+        Here.PrefetchableEnd = Here.Prefetchable + PREFETCHABLE_STRIDE;
+        Here.Io = IO_BASE + Index * IO_STRIDE;
     }
     if (Fabric.Settings.Dump) {
         AddDump(*Fabric.Settings.Dump);
@@ -132,6 +176,10 @@ PcieFunction& PcieHierarchyBuilder::Add(Bus& To, const PcieFunctionSetting& Sett
         throw std::invalid_argument(fmt::format("\"{}\": device {} function {} is taken or does not exist",
                                                 Setting.Name, Device, Setting.Function));
     }
+    CheckSetting(Setting);
+    if (!Setting.Name.empty() && Fabric.Find(Setting.Name) != nullptr) {
+        throw std::invalid_argument(fmt::format("two functions are called \"{}\"", Setting.Name));
+    }
     To.push_back(std::make_unique<PcieFunction>(Fabric, Setting.Name));
     PcieFunction& Made = *To.back();
     Made.Device = Device;
@@ -185,20 +233,23 @@ void PcieHierarchyBuilder::LayOutBars(PcieFunction& Function, const PcieFunction
         Bars.push_back(DEFAULT);
     }
     for (const BarSetting& One : Bars) {
-        if (One.Index > 5 || (One.Size & (One.Size - 1)) != 0) {
-            throw std::invalid_argument(fmt::format(
-                "\"{}\": a base address register has an index of 0 to 5 and a size of a power of two", Setting.Name));
-        }
+        CheckBar(Setting, One);
         const std::uint32_t Flags =
             One.IsIo ? 1 : (One.Is64 ? PciBar::Type::Of(PciBar::Type64) : 0) | (One.IsPrefetchable ? 8 : 0);
         std::uint64_t Base = One.Base;
         if (Base == 0 && One.Size != 0 && One.IsIo) {
             Base = AlignUp(Here.Io, One.Size);
-            Here.Io = static_cast<unsigned>(Base + One.Size);
+            Here.Io = Base + One.Size;
         } else if (Base == 0 && One.Size != 0) {
             std::uint64_t& From = One.IsPrefetchable && One.Is64 ? Here.Prefetchable : Here.Memory;
             Base = AlignUp(From, One.Size);
             From = Base + One.Size;
+        }
+        const bool IsFull =
+            Here.Io > IO_END || Here.Memory > Here.MemoryEnd || Here.Prefetchable > Here.PrefetchableEnd;
+        if (One.Base == 0 && (IsFull || One.Size > PREFETCHABLE_STRIDE)) {
+            throw std::invalid_argument(fmt::format(
+                "\"{}\": its root complex has no room left for base address register {}", Setting.Name, One.Index));
         }
         Function.SetBar(One.Index, Base, One.Size, Flags);
     }
@@ -231,7 +282,7 @@ void PcieHierarchyBuilder::FinishPort(PcieFunction& Port, const PcieFunctionSett
         Port.ClearBits(Pcie + PCIE_SLOT_STATUS, 2, PcieSlotStatus::PresenceDetectState);
     }
     if (Setting.SurpriseDown) {
-        Port.SetBits(Pcie + PCIE_LINK_CAPABILITIES, 4, SURPRISE_DOWN_CAPABLE);
+        Port.SetBits(Pcie + PCIE_LINK_CAPABILITIES, 4, PcieLinkCapabilities::SurpriseDownErrorReportingCapable);
         if (Port.IsRootPort()) {
             Port.Hub->SetSurpriseDownStrap(Port.HubPort, PcieErrorControl::SURPRISE_DOWN_REPORTED);
         }

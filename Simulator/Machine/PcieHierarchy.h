@@ -24,8 +24,7 @@ class PcieHierarchyBuilder {
     // What is still free of a root complex.
     struct Resources {
         unsigned NextBus = 0, LastBus = 0;
-        std::uint64_t Memory = 0, Prefetchable = 0;
-        unsigned Io = 0;
+        std::uint64_t Memory = 0, MemoryEnd = 0, Prefetchable = 0, PrefetchableEnd = 0, Io = 0;
         unsigned NextPort = 0;
     };
 

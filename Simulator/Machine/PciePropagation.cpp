@@ -33,8 +33,25 @@ constexpr unsigned SECONDARY_PERR = 11;
 
 }  // namespace
 
+bool PcieFabric::CanHave(const PcieFunction& Where, const PcieError& Error) {
+    switch (Error.From) {
+        case PcieError::Source::Correctable:
+        case PcieError::Source::Uncorrectable:
+            return Where.IsPcie();
+        case PcieError::Source::RpPio:
+            return Where.HasRootPortExtensions();
+        case PcieError::Source::Secondary:
+            return Where.PortType() == PcieToPciBridge;
+        case PcieError::Source::PciStatus:
+            return true;
+        case PcieError::Source::PciSecondary:
+            return Where.IsBridge();
+    }
+    return false;
+}
+
 void PcieFabric::Inject(PcieFunction& Where, const PcieError& Error) {
-    if (Where.IsDead()) {
+    if (Where.IsDead() || !CanHave(Where, Error)) {
         return;
     }
     switch (Error.From) {
@@ -58,9 +75,6 @@ void PcieFabric::Inject(PcieFunction& Where, const PcieError& Error) {
 }
 
 void PcieFabric::ReportCorrectable(PcieFunction& At, const PcieError& Error) {
-    if (!At.IsPcie()) {
-        return;
-    }
     const std::uint32_t Bit = 1u << Error.Bit;
     At.SetBits(At.Has().Pcie + PCIE_DEVICE_STATUS, 2, PcieDeviceStatus::CorrectableErrorDetected);
     if (At.Has().Aer != 0) {
@@ -278,9 +292,6 @@ PcieFunction* PcieFabric::CollectorOf(const PcieFunction& Integrated) {
 // PCI Express to PCI/PCI-X Bridge 1.0: errors of the conventional bus, by the bridge's secondary severities.
 void PcieFabric::ReportSecondary(PcieFunction& At, const PcieError& Error) {
     const unsigned Aer = At.Has().Aer;
-    if (At.PortType() != PcieToPciBridge) {
-        return;
-    }
     const std::uint32_t Bit = 1u << Error.Bit;
     bool IsMasked = Aer == 0;
     bool IsFatal = true;
@@ -310,9 +321,6 @@ void PcieFabric::ReportSecondary(PcieFunction& At, const PcieError& Error) {
 void PcieFabric::ReportPciStatus(PcieFunction& At, const PcieError& Error) {
     const std::uint32_t Bit = 1u << Error.Bit;
     const bool IsSecondary = Error.From == PcieError::Source::PciSecondary;
-    if (IsSecondary && !At.IsBridge()) {
-        return;
-    }
     const std::uint32_t Command = At.Peek(PCI_COMMAND, 2), Control = At.Peek(PCI_BRIDGE_CONTROL, 2);
     const bool AnswersParity = IsSecondary ? (Control & PciBridgeControl::ParityErrorResponseEnable) != 0
                                            : (Command & PciCommand::ParityErrorResponse) != 0;

@@ -7,10 +7,9 @@ namespace Simulator {
 
 namespace {
 
-constexpr std::uint32_t SURPRISE_DOWN_REPORTING = 1 << 19;  // Link Capabilities
-constexpr std::uint32_t LINK_DISABLE = 1 << 4;              // Link Control
-constexpr std::uint32_t NO_COMMAND_COMPLETED = 1 << 18;     // Slot Capabilities
-constexpr std::uint32_t PRESENCE_CHANGED = 1 << 3;          // Slot Status, as the next two
+constexpr std::uint32_t LINK_DISABLE = 1 << 4;           // Link Control
+constexpr std::uint32_t NO_COMMAND_COMPLETED = 1 << 18;  // Slot Capabilities
+constexpr std::uint32_t PRESENCE_CHANGED = 1 << 3;       // Slot Status, as the next two
 constexpr std::uint32_t COMMAND_COMPLETED = 1 << 4;
 constexpr std::uint32_t LINK_STATE_CHANGED = 1 << 8;
 constexpr std::uint32_t SECONDARY_BUS_RESET = 1 << 6;    // Bridge Control
@@ -24,8 +23,7 @@ bool HasSlot(const PcieFunction& Port) {
 }
 
 bool IsSwitchedOff(const PcieFunction& Port) {
-    return HasSlot(Port) &&
-           (Port.Pcie(PCIE_SLOT_CAPABILITIES, 4) & PcieSlotCapabilities::PowerControllerPresent) != 0 &&
+    return PcieFabric::HasPowerController(Port) &&
            (Port.Pcie(PCIE_SLOT_CONTROL, 2) & PcieSlotControl::PowerControllerControl) != 0;
 }
 
@@ -65,9 +63,7 @@ void PcieFabric::SetLinkActive(PcieFunction& Port, bool Active) {
 }
 
 bool PcieFabric::IsHeldDown(const PcieFunction& Port) const {
-    const bool IsContained =
-        Port.Has().Dpc != 0 && DpcStatus::TriggerStatus::Get(static_cast<UINT16>(Port.Dpc(DPC_STATUS, 2))) != 0;
-    return !Port.Wire.IsPresent || Port.Wire.IsForcedDown || Port.Wire.NeverTrains || IsContained ||
+    return !Port.Wire.IsPresent || Port.Wire.IsForcedDown || Port.Wire.NeverTrains || Port.IsContained() ||
            (Port.Pcie(PCIE_LINK_CONTROL, 2) & LINK_DISABLE) != 0 || IsSwitchedOff(Port);
 }
 
@@ -97,7 +93,8 @@ void PcieFabric::LinkWentDown(PcieFunction& Port, bool IsSurprise) {
     RoutesChanged();
     const bool Expects =
         HasSlot(Port) && (Port.Pcie(PCIE_SLOT_CAPABILITIES, 4) & PcieSlotCapabilities::HotPlugSurprise) != 0;
-    if (IsSurprise && !Expects && (Port.Pcie(PCIE_LINK_CAPABILITIES, 4) & SURPRISE_DOWN_REPORTING) != 0) {
+    if (IsSurprise && !Expects &&
+        (Port.Pcie(PCIE_LINK_CAPABILITIES, 4) & PcieLinkCapabilities::SurpriseDownErrorReportingCapable) != 0) {
         ReportUncorrectable(Port, {PcieError::Source::Uncorrectable, SURPRISE_DOWN});
     }
 }
@@ -147,10 +144,12 @@ void PcieFabric::Insert(PcieFunction& Port) {
     UpdateLink(Port);
 }
 
+bool PcieFabric::HasPowerController(const PcieFunction& Port) {
+    return HasSlot(Port) &&
+           (Port.Pcie(PCIE_SLOT_CAPABILITIES, 4) & PcieSlotCapabilities::PowerControllerPresent) != 0;
+}
+
 void PcieFabric::SetPower(PcieFunction& Port, bool On) {
-    if (!HasSlot(Port)) {
-        return;
-    }
     const unsigned Register = Port.Has().Pcie + PCIE_SLOT_CONTROL;
     const std::uint32_t Control = Port.Peek(Register, 2);
     Port.Write(Register, 2,
@@ -166,9 +165,9 @@ void PcieFabric::SetLink(PcieFunction& Port, bool Up) {
 void PcieFabric::ApplyStrap(PcieFunction& Port) {
     const unsigned Register = Port.Has().Pcie + PCIE_LINK_CAPABILITIES;
     if (Port.Hub->ReportsSurpriseDown(Port.HubPort)) {
-        Port.SetBits(Register, 4, SURPRISE_DOWN_REPORTING);
+        Port.SetBits(Register, 4, PcieLinkCapabilities::SurpriseDownErrorReportingCapable);
     } else {
-        Port.ClearBits(Register, 4, SURPRISE_DOWN_REPORTING);
+        Port.ClearBits(Register, 4, PcieLinkCapabilities::SurpriseDownErrorReportingCapable);
     }
 }
 

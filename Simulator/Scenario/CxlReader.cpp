@@ -18,10 +18,9 @@ namespace {
 // ---- The machine
 
 constexpr YamlKey<CxlLocatorEntry> LocatorKeys[] = {
-    {"bar", [](const YamlValue& V, CxlLocatorEntry& E) { E.Bar = static_cast<unsigned>(V.Number(0, 7)); }, true},
-    {"block", [](const YamlValue& V, CxlLocatorEntry& E) { E.Block = static_cast<unsigned>(V.Number(0, 0xFF)); },
-     true},
-    {"offset", [](const YamlValue& V, CxlLocatorEntry& E) { E.Offset = V.Number(); }},
+    {"bar", ReadNumber<&CxlLocatorEntry::Bar, 0, 7>, true},
+    {"block", ReadNumber<&CxlLocatorEntry::Block, 0, 0xFF>, true},
+    {"offset", ReadNumber<&CxlLocatorEntry::Offset>},
 };
 
 constexpr YamlKey<CxlRegisterPatch> PatchKeys[] = {
@@ -33,9 +32,7 @@ constexpr YamlKey<CxlRegisterPatch> PatchKeys[] = {
          }
      },
      true},
-    {"value",
-     [](const YamlValue& V, CxlRegisterPatch& P) { P.Value = static_cast<std::uint32_t>(V.Number(0, UINT32_MAX)); },
-     true},
+    {"value", ReadNumber<&CxlRegisterPatch::Value>, true},
 };
 
 template <std::vector<CxlRegisterPatch> CxlSetting::*Member>
@@ -45,20 +42,15 @@ void ReadPatches(const YamlValue& Value, CxlSetting& Into) {
     }
 }
 
-template <bool CxlSetting::*Member>
-void ReadFlag(const YamlValue& Value, CxlSetting& Into) {
-    Into.*Member = Value.Bool();
-}
-
 constexpr std::uint64_t LEAST_PAYLOAD = 256, LARGEST_PAYLOAD = 1 << 20;
 
 constexpr std::string_view InterruptModes[] = {"none", "os", "firmware"};
 
 constexpr YamlKey<CxlSetting> CxlKeys[] = {
-    {"memory-device", ReadFlag<&CxlSetting::IsMemoryDevice>},
-    {"restricted", ReadFlag<&CxlSetting::IsRestricted>},
-    {"ras", ReadFlag<&CxlSetting::HasRas>},
-    {"secondary-mailbox", ReadFlag<&CxlSetting::HasSecondaryMailbox>},
+    {"memory-device", ReadBool<&CxlSetting::IsMemoryDevice>},
+    {"restricted", ReadBool<&CxlSetting::IsRestricted>},
+    {"ras", ReadBool<&CxlSetting::HasRas>},
+    {"secondary-mailbox", ReadBool<&CxlSetting::HasSecondaryMailbox>},
     {"payload",
      [](const YamlValue& V, CxlSetting& S) {
          const std::uint64_t Bytes = V.Number(LEAST_PAYLOAD, LARGEST_PAYLOAD);
@@ -67,14 +59,11 @@ constexpr YamlKey<CxlSetting> CxlKeys[] = {
          }
          S.PayloadExponent = static_cast<unsigned>(std::countr_zero(Bytes));
      }},
-    {"command-time", [](const YamlValue& V, CxlSetting& S) { S.CommandTime = V.Duration(); }},
-    {"background-time", [](const YamlValue& V, CxlSetting& S) { S.BackgroundTime = V.Duration(); }},
-    {"event-log-capacity",
-     [](const YamlValue& V, CxlSetting& S) { S.EventLogCapacity = static_cast<unsigned>(V.Number(1, 0xFFFF)); }},
-    {"event-interrupts",
-     [](const YamlValue& V, CxlSetting& S) { S.EventInterrupts = static_cast<unsigned>(V.OneOf(InterruptModes)); }},
-    {"locator-length",
-     [](const YamlValue& V, CxlSetting& S) { S.LocatorLength = static_cast<unsigned>(V.Number(0, 0xFFF)); }},
+    {"command-time", ReadDuration<&CxlSetting::CommandTime>},
+    {"background-time", ReadDuration<&CxlSetting::BackgroundTime>},
+    {"event-log-capacity", ReadNumber<&CxlSetting::EventLogCapacity, 1, 0xFFFF>},
+    {"event-interrupts", ReadWord<&CxlSetting::EventInterrupts, InterruptModes>},
+    {"locator-length", ReadNumber<&CxlSetting::LocatorLength, 0, 0xFFF>},
     {"locator",
      [](const YamlValue& V, CxlSetting& S) {
          S.Locator.emplace();
@@ -113,11 +102,14 @@ void ReadErrorName(const YamlValue& Value, ErrorDraft& Into) {
                          [](const CxlErrorName& One) { return One.IsCorrectable == IsCorrectable; });
     std::vector<std::string_view> Words;
     std::ranges::transform(Known, std::back_inserter(Words), &CxlErrorName::Name);
+    if (Into.Error) {
+        Value.Refuse("an error is either correctable or uncorrectable");
+    }
     Into.Error = Known[Value.OneOf(Words)];
 }
 
 constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
-    {"at", [](const YamlValue& V, ErrorDraft& D) { D.Function = V.Text(); }, true},
+    {"at", ReadText<&ErrorDraft::Function>, true},
     {"uncorrectable", ReadErrorName<false>},
     {"correctable", ReadErrorName<true>},
     {"header",
@@ -130,7 +122,7 @@ constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
              D.Header[Index] = static_cast<std::uint32_t>(Words[Index].Number(0, UINT32_MAX));
          }
      }},
-    {"count", [](const YamlValue& V, ErrorDraft& D) { D.Count = V.Number(1, 1'000'000); }},
+    {"count", ReadNumber<&ErrorDraft::Count, 1, 1'000'000>},
 };
 
 // cxl-event
@@ -151,8 +143,10 @@ struct EventDraft {
 
 constexpr std::string_view Severities[] = {"informational", "warning", "failure", "fatal"};
 
+constexpr UINT8 EVENT_FLAGS = 0x3C;  // beside the severity
+
 constexpr YamlKey<EventDraft> EventKeys[] = {
-    {"at", [](const YamlValue& V, EventDraft& D) { D.Function = V.Text(); }, true},
+    {"at", ReadText<&EventDraft::Function>, true},
     {"severity",
      [](const YamlValue& V, EventDraft& D) { D.Record.Flags[0] |= static_cast<UINT8>(V.OneOf(Severities)); }, true},
     {"kind",
@@ -172,8 +166,14 @@ constexpr YamlKey<EventDraft> EventKeys[] = {
          std::memcpy(&D.Record.Uuid, Bytes.data(), Bytes.size());
          D.Kind = "unknown";
      }},
-    {"flags",  // beside the severity
-     [](const YamlValue& V, EventDraft& D) { D.Record.Flags[0] |= static_cast<UINT8>(V.Number(0, 0x3C)); }},
+    {"flags",
+     [](const YamlValue& V, EventDraft& D) {
+         const auto Flags = static_cast<UINT8>(V.Number(0, EVENT_FLAGS));
+         if ((Flags & ~EVENT_FLAGS) != 0) {
+             V.Refuse("the lowest two bits are the severity's");
+         }
+         D.Record.Flags[0] |= Flags;
+     }},
     {"data",
      [](const YamlValue& V, EventDraft& D) {
          const std::vector<std::uint8_t> Bytes = V.Bytes();
@@ -182,7 +182,7 @@ constexpr YamlKey<EventDraft> EventKeys[] = {
          }
          std::memcpy(D.Record.Data, Bytes.data(), Bytes.size());
      }},
-    {"count", [](const YamlValue& V, EventDraft& D) { D.Count = V.Number(1, 0xFFFF); }},
+    {"count", ReadNumber<&EventDraft::Count, 1, 0xFFFF>},
 };
 
 // cxl-mailbox
@@ -193,8 +193,7 @@ struct RefusalDraft {
 };
 
 constexpr YamlKey<RefusalDraft> RefusalKeys[] = {
-    {"opcode", [](const YamlValue& V, RefusalDraft& D) { D.Opcode = static_cast<UINT16>(V.Number(0, 0xFFFF)); },
-     true},
+    {"opcode", ReadNumber<&RefusalDraft::Opcode>, true},
     {"code",
      [](const YamlValue& V, RefusalDraft& D) { D.How.ReturnCode = static_cast<UINT16>(V.Number(0, 0xFFFF)); }},
     {"told-length",
@@ -215,11 +214,11 @@ struct MailboxDraft {
 constexpr std::string_view Mailboxes[] = {"secondary", "primary"};
 
 constexpr YamlKey<MailboxDraft> MailboxKeys[] = {
-    {"at", [](const YamlValue& V, MailboxDraft& D) { D.Function = V.Text(); }, true},
+    {"at", ReadText<&MailboxDraft::Function>, true},
     {"mailbox", [](const YamlValue& V, MailboxDraft& D) { D.IsPrimary = V.OneOf(Mailboxes) == 1; }},
-    {"occupied", [](const YamlValue& V, MailboxDraft& D) { D.Occupied = V.Duration(); }},
-    {"hangs", [](const YamlValue& V, MailboxDraft& D) { D.Hangs = V.Bool(); }},
-    {"dies", [](const YamlValue& V, MailboxDraft& D) { D.Dies = static_cast<UINT16>(V.Number(0, 0xFFFF)); }},
+    {"occupied", ReadDuration<&MailboxDraft::Occupied>},
+    {"hangs", ReadBool<&MailboxDraft::Hangs>},
+    {"dies", ReadNumber<&MailboxDraft::Dies>},
     {"refuse",
      [](const YamlValue& V, MailboxDraft& D) {
          for (const YamlValue& Item : V.List()) {
@@ -241,7 +240,7 @@ void ReadRasRegister(const YamlValue& Value, ConfigureDraft& Into) {
 }
 
 constexpr YamlKey<ConfigureDraft> ConfigureKeys[] = {
-    {"at", [](const YamlValue& V, ConfigureDraft& D) { D.Function = V.Text(); }, true},
+    {"at", ReadText<&ConfigureDraft::Function>, true},
     {"uncorrectable-mask", ReadRasRegister<CXL_RAS_UNCORRECTABLE_MASK>},
     {"uncorrectable-severity", ReadRasRegister<CXL_RAS_UNCORRECTABLE_SEVERITY>},
     {"correctable-mask", ReadRasRegister<CXL_RAS_CORRECTABLE_MASK>},
@@ -255,15 +254,10 @@ struct OscDraft {
     std::optional<std::uint32_t> Granted;
 };
 
-template <auto Member>
-void ReadOscDword(const YamlValue& Value, OscDraft& Into) {
-    Into.*Member = static_cast<std::uint32_t>(Value.Number(0, UINT32_MAX));
-}
-
 constexpr YamlKey<OscDraft> OscKeys[] = {
-    {"support", ReadOscDword<&OscDraft::Support>, true},
-    {"control", ReadOscDword<&OscDraft::Control>, true},
-    {"granted", ReadOscDword<&OscDraft::Granted>},
+    {"support", ReadNumber<&OscDraft::Support>, true},
+    {"control", ReadNumber<&OscDraft::Control>, true},
+    {"granted", ReadNumber<&OscDraft::Granted>},
 };
 
 const std::optional<std::string> NOTHING;
@@ -338,8 +332,12 @@ void ReadCxlConfigure(const YamlValue& Value, const Configuration&, Step& Into) 
     ReadKeys<ConfigureDraft>(Value, ConfigureKeys, Draft);
     Into.Summary = Draft.Function;
     Into.Do = [Draft](Simulation& Run) {
+        CxlFabric::Side& Side = SideOf(Run, Draft.Function);
+        if (!Side.Component.HasRas) {
+            throw std::invalid_argument(fmt::format("{} has no RAS capability", Draft.Function));
+        }
         for (const auto& [Register, Written] : Draft.Writes) {
-            SideOf(Run, Draft.Function).Component.Ras.Write(Register, Written);
+            Side.Component.Ras.Write(Register, Written);
         }
         return NOTHING;
     };

@@ -5,18 +5,15 @@
 #include <cstring>
 
 #include "Simulator/Firmware/DpcOperatingSystem.h"
-#include "Simulator/Firmware/Names.h"
+#include "Simulator/Machine/PciDump.h"
 #include "Simulator/Scenario/PcieReader.h"
+#include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
 
 namespace {
 
 using Outcome = std::optional<std::string>;
-
-std::string AddressText(const PciAddress& Where) {
-    return fmt::format("{:04x}:{:02x}:{:02x}.{:x}", Where.Segment, Where.Bus, Where.Device, Where.Function);
-}
 
 // os-dsm, os-ost
 
@@ -28,14 +25,14 @@ struct PortCall {
 };
 
 constexpr YamlKey<PortCall> DsmKeys[] = {
-    {"port", [](const YamlValue& V, PortCall& C) { C.Port = V.Text(); }, true},
-    {"returns", [](const YamlValue& V, PortCall& C) { C.SmiStatus = V.Status(); }},
+    {"port", ReadText<&PortCall::Port>, true},
+    {"returns", ReadStatus<&PortCall::SmiStatus>},
 };
 
 constexpr YamlKey<PortCall> OstKeys[] = {
-    {"port", [](const YamlValue& V, PortCall& C) { C.Port = V.Text(); }, true},
-    {"status", [](const YamlValue& V, PortCall& C) { C.OstStatus = static_cast<std::uint8_t>(V.Number(0, 0xFF)); }},
-    {"known", [](const YamlValue& V, PortCall& C) { C.Known = V.Bool(); }},
+    {"port", ReadText<&PortCall::Port>, true},
+    {"status", ReadNumber<&PortCall::OstStatus>},
+    {"known", ReadBool<&PortCall::Known>},
 };
 
 // os-edr
@@ -48,8 +45,7 @@ struct EdrDraft {
 };
 
 constexpr YamlKey<EdrDraft> EdrKeys[] = {
-    {"clears", [](const YamlValue& V,
-                  EdrDraft& D) { D.Clears = static_cast<DpcOperatingSystem::Clears>(V.OneOf(WhatIsCleared)); }},
+    {"clears", ReadWord<&EdrDraft::Clears, WhatIsCleared>},
     {"ports",
      [](const YamlValue& V, EdrDraft& D) {
          D.Ports.emplace();
@@ -65,9 +61,9 @@ Outcome DoEdr(const EdrDraft& Draft, Simulation& Run) {
         return std::nullopt;
     }
     std::vector<std::string> Notified, Wanted;
-    std::ranges::transform(Came, std::back_inserter(Notified), AddressText);
+    std::ranges::transform(Came, std::back_inserter(Notified), PciAddressText);
     std::ranges::transform(*Draft.Ports, std::back_inserter(Wanted),
-                           [&](const std::string& Port) { return AddressText(FunctionAt(Run, Port).Where()); });
+                           [&](const std::string& Port) { return PciAddressText(PortAt(Run, Port).Where()); });
     return Notified == Wanted ? Outcome()
                               : fmt::format("the OS was notified of [{}], wanted [{}]", fmt::join(Notified, ", "),
                                             fmt::join(Wanted, ", "));
@@ -81,10 +77,10 @@ struct BufferDraft {
 };
 
 constexpr YamlKey<BufferDraft> BufferKeys[] = {
-    {"entry", [](const YamlValue& V, BufferDraft& D) { D.Entry = V.Number(0, DPC_TRIGGERED_ENTRIES - 1); }},
-    {"aware", [](const YamlValue& V, BufferDraft& D) { D.Aware = V.Number(0, DPC_AWARE_OS_ENTRIES - 1); }},
-    {"used", [](const YamlValue& V, BufferDraft& D) { D.Used = V.Number(0, DPC_TRIGGERED_ENTRIES); }},
-    {"bytes", [](const YamlValue& V, BufferDraft& D) { D.Bytes = V.Bytes(); }},
+    {"entry", ReadNumber<&BufferDraft::Entry, 0, DPC_TRIGGERED_ENTRIES - 1>},
+    {"aware", ReadNumber<&BufferDraft::Aware, 0, DPC_AWARE_OS_ENTRIES - 1>},
+    {"used", ReadNumber<&BufferDraft::Used, 0, DPC_TRIGGERED_ENTRIES>},
+    {"bytes", ReadBytes<&BufferDraft::Bytes>},
 };
 
 template <class Record>
@@ -114,10 +110,7 @@ void ReadOsDsm(const YamlValue& Value, const Configuration&, Step& Into) {
     ReadKeys<PortCall>(Value, DsmKeys, Call);
     Into.Summary = "for " + Call.Port;
     Into.Do = [Call](Simulation& Run) {
-        const EFI_STATUS Came = DpcOperatingSystem(Run).RequestPort(FunctionAt(Run, Call.Port).Where());
-        return Came == Call.SmiStatus
-                   ? Outcome()
-                   : fmt::format("it returned {}, wanted {}", StatusName(Came), StatusName(Call.SmiStatus));
+        return CompareStatus(Call.SmiStatus, DpcOperatingSystem(Run).RequestPort(PortAt(Run, Call.Port).Where()));
     };
 }
 
@@ -133,7 +126,7 @@ void ReadOsOst(const YamlValue& Value, const Configuration&, Step& Into) {
     ReadKeys<PortCall>(Value, OstKeys, Call);
     Into.Summary = fmt::format("{}: 0x{:02X}", Call.Port, Call.OstStatus);
     Into.Do = [Call](Simulation& Run) {
-        const bool Known = DpcOperatingSystem(Run).ReportOutcome(FunctionAt(Run, Call.Port).Where(), Call.OstStatus);
+        const bool Known = DpcOperatingSystem(Run).ReportOutcome(PortAt(Run, Call.Port).Where(), Call.OstStatus);
         return Known == Call.Known
                    ? Outcome()
                    : Outcome(Known ? "the port is in the buffer" : "the buffer does not hold the port");

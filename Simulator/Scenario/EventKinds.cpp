@@ -10,7 +10,14 @@ constexpr Fields SmiEnterFields[] = {"kind", "sources"};
 constexpr Fields SmiExitFields[] = {"kind", "handlers", "status"};
 constexpr Fields RegisterFields[] = {"what", "value", "guid", "context"};
 constexpr Fields UnregisterFields[] = {"what", "guid"};
-constexpr Fields ServiceFields[] = {"member", "status"};
+constexpr Fields ServiceFields[] = {"member", "status",
+                                    // Arguments.
+                                    "processor", "bank", "cloak", "uncloak", "type", "completing", "misc0",
+                                    "misc0-control", "misc0-count", "misc0-interrupt", "misc1", "misc1-control",
+                                    "misc1-count", "misc1-interrupt", "config", "deferred-interrupt",
+                                    "this-bank-only", "control", "count", "interrupt", "size", "entries",
+                                    "threshold-type", "cycle", "socket", "channel", "start", "dimm", "sub-channel",
+                                    "chip-select", "rank-multiplier", "action", "structure", "uid", "value"};
 constexpr Fields WriteFields[] = {"space", "bus", "address", "width", "value", "processor"};
 constexpr Fields SelFields[] = {"bytes", "id"};
 constexpr Fields SelSendFields[] = {"count", "status"};
@@ -26,8 +33,12 @@ constexpr Fields LvtFields[] = {"processor", "source"};
 constexpr Fields PcieInterruptFields[] = {"port", "source"};
 constexpr Fields CxlInterruptFields[] = {"function", "log"};
 constexpr Fields CxlOscFields[] = {"support", "requested", "granted"};
-// Rows have their address parts, results their bytes.
-constexpr Fields PprFields[] = {"phase", "type", "status"};
+constexpr Fields PprFields[] = {"phase",       "type", "socket", "channel",      "sub-channel",
+                                "chip-select", "bank", "row",    "first-device", "last-device"};
+constexpr Fields RuntimePprFields[] = {"phase", "type", "socket", "channel", "sub-channel", "chip-select", "bank",
+                                       "row", "first-device", "last-device",
+                                       // Of the end of a repair, and of its results.
+                                       "status", "signalled", "instance", "entries", "bytes"};
 constexpr Fields PostErrorsFields[] = {"count", "codes"};
 constexpr Fields CommFields[] = {"handler", "status"};
 constexpr Fields AllocFailFields[] = {"number", "bytes"};
@@ -38,7 +49,7 @@ constexpr EventKind Kinds[] = {
     {"smi-exit", SmiExitFields},
     {"register", RegisterFields},
     {"unregister", UnregisterFields},
-    {"service", ServiceFields, true},
+    {"service", ServiceFields},
     {"write", WriteFields},
     {"sel", SelFields},
     {"sel-send", SelSendFields},
@@ -54,8 +65,8 @@ constexpr EventKind Kinds[] = {
     {"pcie-interrupt", PcieInterruptFields},
     {"cxl-interrupt", CxlInterruptFields},
     {"cxl-osc", CxlOscFields},
-    {"ppr", PprFields, true},
-    {"runtime-ppr", PprFields, true},
+    {"ppr", PprFields},
+    {"runtime-ppr", RuntimePprFields},
     {"post-errors", PostErrorsFields},
     {"comm", CommFields},
     {"alloc-fail", AllocFailFields},

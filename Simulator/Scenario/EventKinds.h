@@ -9,7 +9,6 @@ namespace Simulator {
 struct EventKind {
     std::string_view Name;
     std::span<const std::string_view> Fields;  // beside step and time, which every event has
-    bool HasArguments = false;                 // more fields: a call's arguments, by name
 };
 
 std::span<const EventKind> EventKinds();

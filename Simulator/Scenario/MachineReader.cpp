@@ -15,9 +15,9 @@ constexpr unsigned MaxProcessors = 512;
 
 // A clock is its time, or a mapping that also says what is broken about it.
 constexpr YamlKey<Configuration> ClockKeys[] = {
-    {"time", [](const YamlValue& V, Configuration& C) { C.Clock = V.Text(); }},
-    {"update-stuck", [](const YamlValue& V, Configuration& C) { C.ClockUpdateStuck = V.Bool(); }},
-    {"battery-dead", [](const YamlValue& V, Configuration& C) { C.ClockBatteryDead = V.Bool(); }},
+    {"time", ReadText<&Configuration::Clock>},
+    {"update-stuck", ReadBool<&Configuration::ClockUpdateStuck>},
+    {"battery-dead", ReadBool<&Configuration::ClockBatteryDead>},
 };
 
 void ReadClock(const YamlValue& Value, Configuration& Into) {
@@ -29,17 +29,10 @@ void ReadClock(const YamlValue& Value, Configuration& Into) {
 }
 
 constexpr YamlKey<OemThresholdEntry> ThresholdKeys[] = {
-    {"hardware-id",
-     [](const YamlValue& V, OemThresholdEntry& E) { E.HardwareId = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); },
-     true},
-    {"type",
-     [](const YamlValue& V, OemThresholdEntry& E) { E.McaType = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); },
-     true},
-    {"misc0",
-     [](const YamlValue& V, OemThresholdEntry& E) { E.Misc0 = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); },
-     true},
-    {"misc1",
-     [](const YamlValue& V, OemThresholdEntry& E) { E.Misc1 = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); }},
+    {"hardware-id", ReadNumber<&OemThresholdEntry::HardwareId>, true},
+    {"type", ReadNumber<&OemThresholdEntry::McaType>, true},
+    {"misc0", ReadNumber<&OemThresholdEntry::Misc0>, true},
+    {"misc1", ReadNumber<&OemThresholdEntry::Misc1>},
 };
 
 void ReadThresholdMap(const YamlValue& Value, Configuration& Into) {
@@ -49,26 +42,18 @@ void ReadThresholdMap(const YamlValue& Value, Configuration& Into) {
     }
 }
 
-template <unsigned Configuration::*Member, unsigned Lowest, unsigned Highest>
-void ReadSize(const YamlValue& Value, Configuration& Into) {
-    Into.*Member = static_cast<unsigned>(Value.Number(Lowest, Highest));
-}
-
 constexpr YamlKey<Configuration> MachineKeys[] = {
-    {"sockets", ReadSize<&Configuration::Sockets, 1, MaxSockets>},
-    {"cores", ReadSize<&Configuration::CoresPerSocket, 1, 128>},
-    {"threads", ReadSize<&Configuration::ThreadsPerCore, 1, 2>},
-    {"banks", ReadSize<&Configuration::BanksPerProcessor, 1, 64>},
-    {"cpuid-signature",
-     [](const YamlValue& V, Configuration& C) {
-         C.CpuidSignature = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF));
-     }},
-    {"channels", ReadSize<&Configuration::ChannelsPerSocket, 1, 12>},
-    {"dimms", ReadSize<&Configuration::DimmsPerChannel, 1, 2>},
+    {"sockets", ReadNumber<&Configuration::Sockets, 1, MaxSockets>},
+    {"cores", ReadNumber<&Configuration::CoresPerSocket, 1, 128>},
+    {"threads", ReadNumber<&Configuration::ThreadsPerCore, 1, 2>},
+    {"banks", ReadNumber<&Configuration::BanksPerProcessor, 1, 64>},
+    {"cpuid-signature", ReadNumber<&Configuration::CpuidSignature>},
+    {"channels", ReadNumber<&Configuration::ChannelsPerSocket, 1, 12>},
+    {"dimms", ReadNumber<&Configuration::DimmsPerChannel, 1, 2>},
     {"memory", ReadDram},
-    {"oem-ras-instances", ReadSize<&Configuration::OemRasInstances, 0, 4>},
-    {"root-complexes", ReadSize<&Configuration::RootComplexesPerSocket, 1, 8>},
-    {"pci-segments", ReadSize<&Configuration::PciSegments, 1, 4>},
+    {"oem-ras-instances", ReadNumber<&Configuration::OemRasInstances, 0, 4>},
+    {"root-complexes", ReadNumber<&Configuration::RootComplexesPerSocket, 1, 8>},
+    {"pci-segments", ReadNumber<&Configuration::PciSegments, 1, 4>},
     {"pcie", ReadPcie},
     {"clock", ReadClock},
     {"apei",
@@ -92,12 +77,9 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
              C.Pcd[Token.Number()] = Number.Number();
          }
      }},
-    {"manufacturing-mode",
-     [](const YamlValue& V, Configuration& C) {
-         C.ManufacturingMode = static_cast<unsigned>(V.Number(0, 0xFFFFFFFF));
-     }},
-    {"apei-os", [](const YamlValue& V, Configuration& C) { C.ApeiOsLoaded = V.Bool(); }},
-    {"apei-os-acknowledges", [](const YamlValue& V, Configuration& C) { C.ApeiOsAcknowledges = V.Bool(); }},
+    {"manufacturing-mode", ReadNumber<&Configuration::ManufacturingMode>},
+    {"apei-os", ReadBool<&Configuration::ApeiOsLoaded>},
+    {"apei-os-acknowledges", ReadBool<&Configuration::ApeiOsAcknowledges>},
     {"oem-threshold-map", ReadThresholdMap},
     {"missing",
      [](const YamlValue& V, Configuration& C) {
@@ -118,14 +100,22 @@ constexpr YamlKey<Configuration> MachineKeys[] = {
              C.SilentProcessors.insert(static_cast<unsigned>(Number.Number(0, MaxProcessors - 1)));
          }
      }},
-    {"fail-allocation", [](const YamlValue& V, Configuration& C) { C.FailAllocation = V.Number(); }},
-    {"trace-levels", [](const YamlValue& V, Configuration& C) { C.TraceLevels = V.Number(); }},
+    {"fail-allocation", ReadNumber<&Configuration::FailAllocation>},
+    {"trace-levels", ReadNumber<&Configuration::TraceLevels>},
 };
 
+// Who is told of success takes for given what a failing member did not fill in.
+void ReadFailureStatus(const YamlValue& Value, Failure& Into) {
+    ReadStatus<&Failure::Status>(Value, Into);
+    if (!EFI_ERROR(Into.Status)) {
+        Value.Refuse("a failure has an error for its status");
+    }
+}
+
 constexpr YamlKey<Failure> FailureKeys[] = {
-    {"status", [](const YamlValue& V, Failure& F) { F.Status = V.Status(); }},
-    {"times", [](const YamlValue& V, Failure& F) { F.Times = V.Number(); }},
-    {"skip", [](const YamlValue& V, Failure& F) { F.Skip = V.Number(); }},
+    {"status", ReadFailureStatus},
+    {"times", ReadNumber<&Failure::Times>},
+    {"skip", ReadNumber<&Failure::Skip>},
 };
 
 }  // namespace
@@ -135,7 +125,7 @@ Failure ReadFailure(const YamlValue& Value) {
     if (Value.IsMap()) {
         ReadKeys<Failure>(Value, FailureKeys, Result);
     } else {
-        Result.Status = Value.Status();
+        ReadFailureStatus(Value, Result);
     }
     return Result;
 }

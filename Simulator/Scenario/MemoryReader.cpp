@@ -8,40 +8,32 @@
 #include "Include/SmbiosMemoryData.h"
 #include "Simulator/Firmware/Firmware.h"
 #include "Simulator/Firmware/Names.h"
+#include "Simulator/Scenario/Readers.h"
 
 namespace Simulator {
 
 namespace {
 
-template <class Target, auto Member>
-void ReadUnsigned(const YamlValue& Value, Target& Into) {
-    Into.*Member = static_cast<unsigned>(Value.Number(0, UINT32_MAX));
-}
-
 using Slot = DimmSlotSetting;
 
 constexpr YamlKey<Slot> SlotKeys[] = {
-    {"socket", ReadUnsigned<Slot, &Slot::Socket>, true},
-    {"channel", ReadUnsigned<Slot, &Slot::Channel>, true},
-    {"dimm", ReadUnsigned<Slot, &Slot::Dimm>, true},
-    {"populated", [](const YamlValue& V, Slot& S) { S.Populated = V.Bool(); }},
-    {"enabled", [](const YamlValue& V, Slot& S) { S.Enabled = V.Bool(); }},
-    {"threshold", ReadUnsigned<Slot, &Slot::Threshold>},
-    {"ranks", ReadUnsigned<Slot, &Slot::Ranks>},
-    {"row-bits", ReadUnsigned<Slot, &Slot::RowBits>},
-    {"label", [](const YamlValue& V, Slot& S) { S.Label = V.Text(); }},
+    {"socket", ReadNumber<&Slot::Socket>, true}, {"channel", ReadNumber<&Slot::Channel>, true},
+    {"dimm", ReadNumber<&Slot::Dimm>, true},     {"populated", ReadBool<&Slot::Populated>},
+    {"enabled", ReadBool<&Slot::Enabled>},       {"threshold", ReadNumber<&Slot::Threshold>},
+    {"ranks", ReadNumber<&Slot::Ranks>},         {"row-bits", ReadNumber<&Slot::RowBits>},
+    {"label", ReadText<&Slot::Label>},
 };
 
 using Dram = DramSettings;
 
 constexpr YamlKey<Dram> DramKeys[] = {
-    {"dimm-threshold", ReadUnsigned<Dram, &Dram::DimmThreshold>},
-    {"ranks", ReadUnsigned<Dram, &Dram::RanksPerDimm>},
-    {"row-bits", ReadUnsigned<Dram, &Dram::RowBits>},
-    {"rank-multiplier-bits", ReadUnsigned<Dram, &Dram::RankMulBits>},
-    {"device-width", ReadUnsigned<Dram, &Dram::DeviceWidth>},
-    {"patrol-scrubber", [](const YamlValue& V, Dram& D) { D.PatrolScrubber = V.Bool(); }},
-    {"scrub-rate", [](const YamlValue& V, Dram& D) { D.ScrubRate = V.Number(); }},
+    {"dimm-threshold", ReadNumber<&Dram::DimmThreshold>},
+    {"ranks", ReadNumber<&Dram::RanksPerDimm>},
+    {"row-bits", ReadNumber<&Dram::RowBits>},
+    {"rank-multiplier-bits", ReadNumber<&Dram::RankMulBits>},
+    {"device-width", ReadNumber<&Dram::DeviceWidth>},
+    {"patrol-scrubber", ReadBool<&Dram::PatrolScrubber>},
+    {"scrub-rate", ReadNumber<&Dram::ScrubRate, 0, 1'000'000>},
     {"slots",
      [](const YamlValue& V, Dram& D) {
          for (const YamlValue& Item : V.List()) {
@@ -54,16 +46,14 @@ constexpr YamlKey<Dram> DramKeys[] = {
 
 struct ErrorDraft {
     MemoryError Error;
-    unsigned Dimm = 0;
-    unsigned Rank = 0;
-    std::optional<unsigned> ChipSelect;
+    std::optional<unsigned> Dimm, Rank, ChipSelect;
     std::uint64_t Count = 1;
     std::uint32_t RowStep = 0;
 };
 
-template <unsigned DramLocation::*Member, std::uint64_t Highest>
+template <auto Member, std::uint64_t Highest>
 void ReadPlace(const YamlValue& Value, ErrorDraft& Into) {
-    Into.Error.Where.*Member = static_cast<unsigned>(Value.Number(0, Highest));
+    ReadNumber<Member, 0, Highest>(Value, Into.Error.Where);
 }
 
 constexpr std::string_view Kinds[] = {"corrected", "deferred", "uncorrected", "row-check"};
@@ -71,23 +61,18 @@ constexpr std::string_view Kinds[] = {"corrected", "deferred", "uncorrected", "r
 // A place without its line's column is the row's first line.
 #define PLACE_KEYS                                                                                                   \
     {"socket", ReadPlace<&DramLocation::Socket, 1>, true}, {"channel", ReadPlace<&DramLocation::Channel, 11>, true}, \
-        {"dimm", [](const YamlValue& V, ErrorDraft& D) { D.Dimm = static_cast<unsigned>(V.Number(0, 1)); }},         \
-        {"rank", [](const YamlValue& V, ErrorDraft& D) { D.Rank = static_cast<unsigned>(V.Number(0, 1)); }},         \
-        {"chip-select",                                                                                              \
-         [](const YamlValue& V, ErrorDraft& D) { D.ChipSelect = static_cast<unsigned>(V.Number(0, 3)); }},           \
+        {"dimm", ReadNumber<&ErrorDraft::Dimm, 0, 1>}, {"rank", ReadNumber<&ErrorDraft::Rank, 0, 1>},                \
+        {"chip-select", ReadNumber<&ErrorDraft::ChipSelect, 0, 3>},                                                  \
         {"sub-channel", ReadPlace<&DramLocation::SubChannel, 1>},                                                    \
         {"rank-multiplier", ReadPlace<&DramLocation::RankMul, 7>}, {"bank", ReadPlace<&DramLocation::Bank, 31>},     \
-        {"row", [](const YamlValue& V,                                                                               \
-                   ErrorDraft& D) { D.Error.Where.Row = static_cast<std::uint32_t>(V.Number(0, 0x3FFFF)); }},        \
-    {                                                                                                                \
+        {"row", ReadPlace<&DramLocation::Row, 0x3FFFF>}, {                                                           \
         "column", ReadPlace<&DramLocation::Column, 0x7FF>                                                            \
     }
 
 constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
     PLACE_KEYS,
-    {"row-step",
-     [](const YamlValue& V, ErrorDraft& D) { D.RowStep = static_cast<std::uint32_t>(V.Number(0, 0x3FFFF)); }},
-    {"count", [](const YamlValue& V, ErrorDraft& D) { D.Count = V.Number(1, 1'000'000); }},
+    {"row-step", ReadNumber<&ErrorDraft::RowStep, 0, 0x3FFFF>},
+    {"count", ReadNumber<&ErrorDraft::Count, 1, 1'000'000>},
     {"kind", [](const YamlValue& V, ErrorDraft& D) { D.Error.Kind = static_cast<MemoryErrorKind>(V.OneOf(Kinds)); }},
     {"symbol", [](const YamlValue& V, ErrorDraft& D) { D.Error.Symbol = static_cast<unsigned>(V.Number(0, 39)); }},
     {"syndrome", [](const YamlValue& V,
@@ -96,8 +81,12 @@ constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
     {"transient", [](const YamlValue& V, ErrorDraft& D) { D.Error.Transient = V.Bool(); }},
 };
 
-unsigned ChipSelectOf(const ErrorDraft& Draft) {
-    return Draft.ChipSelect.value_or(Draft.Dimm * RANKS_PER_DIMM_MAX + Draft.Rank);
+// Value: where the place stands.
+unsigned ChipSelectOf(const ErrorDraft& Draft, const YamlValue& Value) {
+    if (Draft.ChipSelect && (Draft.Dimm || Draft.Rank)) {
+        Value.Refuse("a rank is told either by dimm and rank or by chip-select");
+    }
+    return Draft.ChipSelect.value_or(Draft.Dimm.value_or(0) * RANKS_PER_DIMM_MAX + Draft.Rank.value_or(0));
 }
 
 // pin-translation: a channel's address, and where it leads, or that it leads nowhere
@@ -105,28 +94,28 @@ unsigned ChipSelectOf(const ErrorDraft& Draft) {
 struct PinDraft {
     ChannelAddress Address;
     std::optional<std::uint64_t> System;
-    ErrorDraft Place;
+    std::optional<ErrorDraft> Place;
     bool Fails = false;
 };
 
 constexpr YamlKey<ErrorDraft> PlaceKeys[] = {PLACE_KEYS};
 
 constexpr YamlKey<PinDraft> PinKeys[] = {
-    {"socket", [](const YamlValue& V, PinDraft& D) { D.Address.Socket = static_cast<unsigned>(V.Number(0, 1)); },
+    {"socket", [](const YamlValue& V, PinDraft& D) { ReadNumber<&ChannelAddress::Socket, 0, 1>(V, D.Address); },
      true},
-    {"channel", [](const YamlValue& V, PinDraft& D) { D.Address.Channel = static_cast<unsigned>(V.Number(0, 11)); },
+    {"channel", [](const YamlValue& V, PinDraft& D) { ReadNumber<&ChannelAddress::Channel, 0, 11>(V, D.Address); },
      true},
     {"normalized", [](const YamlValue& V, PinDraft& D) { D.Address.Normalized = V.Number(); }, true},
-    {"system", [](const YamlValue& V, PinDraft& D) { D.System = V.Number(); }},
-    {"place", [](const YamlValue& V, PinDraft& D) { ReadKeys<ErrorDraft>(V, PlaceKeys, D.Place); }},
-    {"fails", [](const YamlValue& V, PinDraft& D) { D.Fails = V.Bool(); }},
+    {"system", ReadNumber<&PinDraft::System>},
+    {"place", [](const YamlValue& V, PinDraft& D) { ReadKeys<ErrorDraft>(V, PlaceKeys, D.Place.emplace()); }},
+    {"fails", ReadBool<&PinDraft::Fails>},
 };
 
 // psp-finish
 
 struct FinishDraft {
     RepairOutcome Outcome;
-    std::optional<EFI_STATUS> Returns;
+    EFI_STATUS Returns = EFI_SUCCESS;
 };
 
 constexpr YamlKey<FinishDraft> FinishKeys[] = {
@@ -134,7 +123,7 @@ constexpr YamlKey<FinishDraft> FinishKeys[] = {
                   FinishDraft& D) { D.Outcome.Status = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); }},
     {"repairs", [](const YamlValue& V, FinishDraft& D) { D.Outcome.Repairs = V.Bool(); }},
     {"signals", [](const YamlValue& V, FinishDraft& D) { D.Outcome.Signals = V.Bool(); }},
-    {"returns", [](const YamlValue& V, FinishDraft& D) { D.Returns = V.Status(); }},
+    {"returns", ReadStatus<&FinishDraft::Returns>},
 };
 
 // smbios
@@ -196,7 +185,7 @@ void ReadMemoryError(const YamlValue& Value, const Configuration&, Step& Into) {
     ErrorDraft Draft;
     ReadKeys<ErrorDraft>(Value, ErrorKeys, Draft);
     DramLocation& Where = Draft.Error.Where;
-    Where.ChipSelect = ChipSelectOf(Draft);
+    Where.ChipSelect = ChipSelectOf(Draft, Value);
     Into.Summary = fmt::format(
         "{} {}: socket {} channel {} chip select {} bank {} row 0x{:x}{} column 0x{:x}", Draft.Count,
         Kinds[static_cast<unsigned>(Draft.Error.Kind)], Where.Socket, Where.Channel, Where.ChipSelect, Where.Bank,
@@ -213,15 +202,15 @@ void ReadMemoryError(const YamlValue& Value, const Configuration&, Step& Into) {
 void ReadPinTranslation(const YamlValue& Value, const Configuration&, Step& Into) {
     PinDraft Draft;
     ReadKeys<PinDraft>(Value, PinKeys, Draft);
-    if (!Draft.Fails && !Draft.System) {
-        Value.Refuse("a translation is pinned to a system address and a place, or fails: true");
+    if (Draft.Fails ? Draft.System || Draft.Place : !Draft.System || !Draft.Place) {
+        Value.Refuse("a translation is pinned to a system address and a place, or else fails: true");
     }
     Into.Summary = fmt::format("socket {} channel {} address 0x{:x}{}", Draft.Address.Socket, Draft.Address.Channel,
                                Draft.Address.Normalized, Draft.Fails ? " fails" : "");
     std::optional<PinnedTranslation> To;
     if (!Draft.Fails) {
-        To = {*Draft.System, Draft.Place.Error.Where};
-        To->Where.ChipSelect = ChipSelectOf(Draft.Place);
+        To = {*Draft.System, Draft.Place->Error.Where};
+        To->Where.ChipSelect = ChipSelectOf(*Draft.Place, Value);
     }
     Into.Do = [Address = Draft.Address, To](Simulation& Run) {
         Run.PinTranslation(Address, To);
@@ -235,11 +224,8 @@ void ReadPspFinish(const YamlValue& Value, const Configuration&, Step& Into) {
     Into.Summary =
         fmt::format("status 0x{:x}{}{}", Draft.Outcome.Status, Draft.Outcome.Repairs ? "" : ", nothing repaired",
                     Draft.Outcome.Signals ? "" : ", no SMI");
-    Into.Do = [Outcome = Draft.Outcome, Wanted = Draft.Returns.value_or(EFI_SUCCESS)](Simulation& Run) {
-        const EFI_STATUS Came = Run.FinishRuntimeRepair(Outcome);
-        return Came == Wanted
-                   ? std::nullopt
-                   : std::optional(fmt::format("it returned {}, wanted {}", StatusName(Came), StatusName(Wanted)));
+    Into.Do = [Outcome = Draft.Outcome, Wanted = Draft.Returns](Simulation& Run) {
+        return CompareStatus(Wanted, Run.FinishRuntimeRepair(Outcome));
     };
 }
 

@@ -34,84 +34,77 @@ constexpr std::string_view KindNames[] = {"root-port",
 constexpr std::string_view NvmeSwitchModes[] = {"bsw", "issw"};
 constexpr std::string_view TriggerNames[] = {"off", "fatal", "non-fatal"};
 
-template <class Target, class Member, Member Target::*Where>
-void ReadUnsigned(const YamlValue& Value, Target& Into) {
-    Into.*Where = static_cast<unsigned>(Value.Number(0, UINT32_MAX));
-}
-template <class Target, bool Target::*Where>
-void ReadBool(const YamlValue& Value, Target& Into) {
-    Into.*Where = Value.Bool();
-}
-
 using Slot = PcieSlotSetting;
 
 constexpr YamlKey<Slot> SlotKeys[] = {
-    {"number", [](const YamlValue& V, Slot& S) { S.Number = static_cast<unsigned>(V.Number(0, 0x1FFF)); }},
-    {"hot-plug", ReadBool<Slot, &Slot::HotPlugCapable>},
-    {"surprise", ReadBool<Slot, &Slot::HotPlugSurprise>},
-    {"power-controller", ReadBool<Slot, &Slot::PowerController>},
-    {"occupied", ReadBool<Slot, &Slot::Occupied>},
+    {"number", ReadNumber<&Slot::Number, 0, 0x1FFF>},
+    {"hot-plug", ReadBool<&Slot::HotPlugCapable>},
+    {"surprise", ReadBool<&Slot::HotPlugSurprise>},
+    {"power-controller", ReadBool<&Slot::PowerController>},
+    {"occupied", ReadBool<&Slot::Occupied>},
     {"bay",
      [](const YamlValue& V, Slot& S) {
          S.IsNvmeBay = true;
          S.Bay = static_cast<unsigned>(V.Number(0, 255));
      }},
-    {"bay-slot", [](const YamlValue& V, Slot& S) { S.BaySlot = static_cast<unsigned>(V.Number(0, 255)); }},
+    {"bay-slot", ReadNumber<&Slot::BaySlot, 0, 255>},
 };
 
 using Dpc = DpcSetting;
 
 constexpr YamlKey<Dpc> DpcKeys[] = {
-    {"rp-extensions", ReadBool<Dpc, &Dpc::RootPortExtensions>},
-    {"log-size", [](const YamlValue& V, Dpc& D) { D.LogSize = static_cast<unsigned>(V.Number(0, 9)); }},
-    {"trigger", [](const YamlValue& V, Dpc& D) { D.Trigger = static_cast<unsigned>(V.OneOf(TriggerNames)); }},
-    {"err-cor", ReadBool<Dpc, &Dpc::ErrCor>},
-    {"interrupt", ReadBool<Dpc, &Dpc::Interrupt>},
+    {"rp-extensions", ReadBool<&Dpc::RootPortExtensions>},
+    {"log-size", ReadNumber<&Dpc::LogSize, 0, 9>},
+    {"trigger", ReadWord<&Dpc::Trigger, TriggerNames>},
+    {"err-cor", ReadBool<&Dpc::ErrCor>},
+    {"interrupt", ReadBool<&Dpc::Interrupt>},
 };
 
 using Bar = BarSetting;
 
 constexpr YamlKey<Bar> BarKeys[] = {
-    {"index", [](const YamlValue& V, Bar& B) { B.Index = static_cast<unsigned>(V.Number(0, 5)); }, true},
-    {"base", [](const YamlValue& V, Bar& B) { B.Base = V.Number(); }},
-    {"size", [](const YamlValue& V, Bar& B) { B.Size = V.Number(); }, true},
-    {"64-bit", ReadBool<Bar, &Bar::Is64>},
-    {"prefetchable", ReadBool<Bar, &Bar::IsPrefetchable>},
-    {"io", ReadBool<Bar, &Bar::IsIo>},
+    {"index", ReadNumber<&Bar::Index, 0, 5>, true},   {"base", ReadNumber<&Bar::Base>},
+    {"size", ReadNumber<&Bar::Size>, true},           {"64-bit", ReadBool<&Bar::Is64>},
+    {"prefetchable", ReadBool<&Bar::IsPrefetchable>}, {"io", ReadBool<&Bar::IsIo>},
 };
 
 using Capability = CapabilitySetting;
 
 constexpr YamlKey<Capability> CapabilityKeys[] = {
-    {"id", [](const YamlValue& V, Capability& C) { C.Id = static_cast<unsigned>(V.Number(0, 0xFFFF)); }, true},
-    {"extended", ReadBool<Capability, &Capability::IsExtended>},
-    {"version", [](const YamlValue& V, Capability& C) { C.Version = static_cast<unsigned>(V.Number(0, 15)); }},
-    {"bytes", [](const YamlValue& V, Capability& C) { C.Bytes = V.Bytes(); }, true},
+    {"id", ReadNumber<&Capability::Id, 0, 0xFFFF>, true},
+    {"extended", ReadBool<&Capability::IsExtended>},
+    {"version", ReadNumber<&Capability::Version, 0, 15>},
+    {"bytes", ReadBytes<&Capability::Bytes>, true},
 };
 
 constexpr YamlKey<RegisterSetting> RegisterKeys[] = {
-    {"offset", [](const YamlValue& V, RegisterSetting& R) { R.Offset = static_cast<unsigned>(V.Number(0, 0xFFF)); },
-     true},
-    {"width", [](const YamlValue& V, RegisterSetting& R) { R.Width = static_cast<unsigned>(V.Number(8, 32)) / 8; }},
-    {"value",
-     [](const YamlValue& V, RegisterSetting& R) { R.Value = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); },
-     true},
+    {"offset", ReadNumber<&RegisterSetting::Offset, 0, 0xFFF>, true},
+    {"width", [](const YamlValue& V, RegisterSetting& R) { R.Width = ReadRegisterWidth(V); }},
+    {"value", ReadNumber<&RegisterSetting::Value>, true},
 };
 
-template <class Item, std::size_t Count>
-void ReadItems(const YamlValue& Value, const YamlKey<Item> (&Keys)[Count], std::vector<Item>& Into) {
+void ReadBars(const YamlValue& Value, PcieFunctionSetting& Into) {
     for (const YamlValue& One : Value.List()) {
-        ReadKeys<Item>(One, Keys, Into.emplace_back());
+        ReadKeys<Bar>(One, BarKeys, Into.Bars.emplace_back());
     }
 }
 
-template <std::optional<std::uint16_t> PcieFunctionSetting::*Where>
-void ReadId(const YamlValue& Value, FunctionDraft& Into) {
-    Into.Function().*Where = static_cast<std::uint16_t>(Value.Number(0, 0xFFFF));
+void ReadCapabilities(const YamlValue& Value, PcieFunctionSetting& Into) {
+    for (const YamlValue& One : Value.List()) {
+        Capability& Made = Into.Capabilities.emplace_back();
+        ReadKeys<Capability>(One, CapabilityKeys, Made);
+        if (!Made.IsExtended && Made.Id > UINT8_MAX) {
+            One.Refuse("the id of a capability that is not extended is 0 to 0xFF");
+        }
+    }
 }
-template <bool PcieFunctionSetting::*Where>
-void ReadSwitch(const YamlValue& Value, FunctionDraft& Into) {
-    Into.Function().*Where = Value.Bool();
+
+void ReadRegisters(const YamlValue& Value, PcieFunctionSetting& Into) {
+    for (const YamlValue& One : Value.List()) {
+        RegisterSetting& Register = Into.Registers.emplace_back();
+        ReadKeys<RegisterSetting>(One, RegisterKeys, Register);
+        RequireAligned(One, Register.Offset, Register.Width);
+    }
 }
 
 void RequireRootBus(const YamlValue& Value, const FunctionDraft& Draft) {
@@ -120,50 +113,54 @@ void RequireRootBus(const YamlValue& Value, const FunctionDraft& Draft) {
     }
 }
 
+// Keys of the function itself, whatever bus it lies on.
+template <auto Member, std::uint64_t Lowest = 0, std::uint64_t Highest = std::numeric_limits<TypeOf<Member>>::max()>
+void ReadNumberOfFunction(const YamlValue& Value, FunctionDraft& Into) {
+    ReadNumber<Member, Lowest, Highest>(Value, Into.Function());
+}
+template <auto Member>
+void ReadBoolOfFunction(const YamlValue& Value, FunctionDraft& Into) {
+    ReadBool<Member>(Value, Into.Function());
+}
+
+// Keys that only what lies on a root bus has.
+template <auto Member, std::uint64_t Highest>
+void ReadNumberOfPort(const YamlValue& Value, FunctionDraft& Into) {
+    RequireRootBus(Value, Into);
+    ReadNumber<Member, 0, Highest>(Value, Into.Port);
+}
+
 PcieFunctionSetting ReadFunction(const YamlValue& Value);
 
 using Function = PcieFunctionSetting;
 using Draft = FunctionDraft;
 
 constexpr YamlKey<Draft> FunctionKeys[] = {
-    {"root-complex",
-     [](const YamlValue& V, Draft& D) {
-         RequireRootBus(V, D);
-         D.Port.RootComplex = static_cast<unsigned>(V.Number(0, 15));
-     }},
-    {"port",
-     [](const YamlValue& V, Draft& D) {
-         RequireRootBus(V, D);
-         D.Port.Port = static_cast<unsigned>(V.Number(0, 21));
-     }},
+    {"root-complex", ReadNumberOfPort<&PciePortSetting::RootComplex, 15>},
+    {"port", ReadNumberOfPort<&PciePortSetting::Port, 21>},
     {"cxl-capable",
      [](const YamlValue& V, Draft& D) {
          RequireRootBus(V, D);
          D.Port.CxlCapable = V.Bool();
      }},
-    {"cxl-mode",
-     [](const YamlValue& V, Draft& D) {
-         RequireRootBus(V, D);
-         D.Port.CxlMode = static_cast<unsigned>(V.Number(0, 255));
-     }},
+    {"cxl-mode", ReadNumberOfPort<&PciePortSetting::CxlMode, 255>},
     {"name", [](const YamlValue& V, Draft& D) { D.Function().Name = V.Text(); }},
     {"kind", [](const YamlValue& V, Draft& D) { D.Function().Kind = static_cast<PcieKind>(V.OneOf(KindNames)); }},
-    {"device", [](const YamlValue& V, Draft& D) { D.Function().Device = static_cast<unsigned>(V.Number(0, 31)); }},
-    {"function", [](const YamlValue& V, Draft& D) { D.Function().Function = static_cast<unsigned>(V.Number(0, 7)); }},
-    {"vendor-id", ReadId<&Function::VendorId>},
-    {"device-id", ReadId<&Function::DeviceId>},
-    {"subsystem-vendor-id", ReadId<&Function::SubsystemVendorId>},
-    {"subsystem-id", ReadId<&Function::SubsystemId>},
-    {"class", [](const YamlValue& V,
-                 Draft& D) { D.Function().ClassCode = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFF)); }},
-    {"version", [](const YamlValue& V, Draft& D) { D.Function().Version = static_cast<unsigned>(V.Number(1, 2)); }},
-    {"role-based", ReadSwitch<&Function::RoleBased>},
-    {"aer", ReadSwitch<&Function::Aer>},
-    {"power-management", ReadSwitch<&Function::PowerManagement>},
-    {"secondary-pcie", ReadSwitch<&Function::SecondaryPcie>},
-    {"sfi", ReadSwitch<&Function::Sfi>},
-    {"link-active-reporting", ReadSwitch<&Function::LinkActiveReporting>},
-    {"surprise-down", ReadSwitch<&Function::SurpriseDown>},
+    {"device", ReadNumberOfFunction<&Function::Device, 0, 31>},
+    {"function", ReadNumberOfFunction<&Function::Function, 0, 7>},
+    {"vendor-id", ReadNumberOfFunction<&Function::VendorId>},
+    {"device-id", ReadNumberOfFunction<&Function::DeviceId>},
+    {"subsystem-vendor-id", ReadNumberOfFunction<&Function::SubsystemVendorId>},
+    {"subsystem-id", ReadNumberOfFunction<&Function::SubsystemId>},
+    {"class", ReadNumberOfFunction<&Function::ClassCode, 0, 0xFFFFFF>},
+    {"version", ReadNumberOfFunction<&Function::Version, 1, 2>},
+    {"role-based", ReadBoolOfFunction<&Function::RoleBased>},
+    {"aer", ReadBoolOfFunction<&Function::Aer>},
+    {"power-management", ReadBoolOfFunction<&Function::PowerManagement>},
+    {"secondary-pcie", ReadBoolOfFunction<&Function::SecondaryPcie>},
+    {"sfi", ReadBoolOfFunction<&Function::Sfi>},
+    {"link-active-reporting", ReadBoolOfFunction<&Function::LinkActiveReporting>},
+    {"surprise-down", ReadBoolOfFunction<&Function::SurpriseDown>},
     {"max-payload",
      [](const YamlValue& V, Draft& D) {
          const std::uint64_t Bytes = V.Number(128, 4096);
@@ -172,17 +169,16 @@ constexpr YamlKey<Draft> FunctionKeys[] = {
          }
          D.Function().MaxPayload = static_cast<unsigned>(std::countr_zero(Bytes)) - 7;
      }},
-    {"serial-number", [](const YamlValue& V, Draft& D) { D.Function().SerialNumber = V.Number(); }},
+    {"serial-number", ReadNumberOfFunction<&Function::SerialNumber>},
     {"nvme-switch", [](const YamlValue& V,
                        Draft& D) { D.Function().NvmeSwitchMode = static_cast<unsigned>(V.OneOf(NvmeSwitchModes)); }},
     {"slot", [](const YamlValue& V, Draft& D) { ReadKeys<Slot>(V, SlotKeys, D.Function().Slot.emplace()); }},
     {"dpc", [](const YamlValue& V, Draft& D) { ReadKeys<Dpc>(V, DpcKeys, D.Function().Dpc.emplace()); }},
     {"cxl", [](const YamlValue& V, Draft& D) { D.Function().Cxl = ReadCxl(V); }},
-    {"bars", [](const YamlValue& V, Draft& D) { ReadItems(V, BarKeys, D.Function().Bars); }},
-    {"capabilities", [](const YamlValue& V, Draft& D) { ReadItems(V, CapabilityKeys, D.Function().Capabilities); }},
-    {"registers", [](const YamlValue& V, Draft& D) { ReadItems(V, RegisterKeys, D.Function().Registers); }},
-    {"spare-buses",
-     [](const YamlValue& V, Draft& D) { D.Function().SpareBuses = static_cast<unsigned>(V.Number(0, 255)); }},
+    {"bars", [](const YamlValue& V, Draft& D) { ReadBars(V, D.Function()); }},
+    {"capabilities", [](const YamlValue& V, Draft& D) { ReadCapabilities(V, D.Function()); }},
+    {"registers", [](const YamlValue& V, Draft& D) { ReadRegisters(V, D.Function()); }},
+    {"spare-buses", ReadNumberOfFunction<&Function::SpareBuses, 0, 255>},
     {"below",
      [](const YamlValue& V, Draft& D) {
          for (const YamlValue& Item : V.List()) {
@@ -197,20 +193,19 @@ PcieFunctionSetting ReadFunction(const YamlValue& Value) {
     return Made.Function();
 }
 
-std::string ReadText(const YamlValue& Value) {
+std::string ReadDumpFile(const YamlValue& Value) {
     const std::filesystem::path File = std::filesystem::path(Value.Where().File).parent_path() / Value.Text();
     std::ifstream In(File);
     std::ostringstream Text;
-    Text << In.rdbuf();
-    if (!In) {
+    if (!In || !(Text << In.rdbuf())) {
         Value.Refuse("\"" + File.string() + "\" cannot be read");
     }
     return Text.str();
 }
 
 constexpr YamlKey<PciDumpSetting> DumpKeys[] = {
-    {"file", [](const YamlValue& V, PciDumpSetting& D) { D.Text = ReadText(V); }, true},
-    {"reporting", ReadBool<PciDumpSetting, &PciDumpSetting::Reporting>},
+    {"file", [](const YamlValue& V, PciDumpSetting& D) { D.Text = ReadDumpFile(V); }, true},
+    {"reporting", ReadBool<&PciDumpSetting::Reporting>},
 };
 
 constexpr std::string_view ProbeNames[] = {"none", "root-ports", "all"};
@@ -228,12 +223,25 @@ constexpr YamlKey<PcieSettings> PcieKeys[] = {
          }
      }},
     {"dump", [](const YamlValue& V, PcieSettings& S) { ReadKeys<PciDumpSetting>(V, DumpKeys, S.Dump.emplace()); }},
-    {"probe-logging",
-     [](const YamlValue& V, PcieSettings& S) { S.Probes = static_cast<ProbeLogging>(V.OneOf(ProbeNames)); }},
-    {"link-training", [](const YamlValue& V, PcieSettings& S) { S.LinkTraining = V.Duration(); }},
+    {"probe-logging", ReadWord<&PcieSettings::Probes, ProbeNames>},
+    {"link-training", ReadDuration<&PcieSettings::LinkTraining>},
 };
 
 }  // namespace
+
+unsigned ReadRegisterWidth(const YamlValue& Value) {
+    const std::uint64_t Bits = Value.Number(8, 32);
+    if (!std::has_single_bit(Bits)) {
+        Value.Refuse("a configuration register is 8, 16 or 32 bits wide");
+    }
+    return static_cast<unsigned>(Bits / 8);
+}
+
+void RequireAligned(const YamlValue& Value, unsigned Offset, unsigned Width) {
+    if (Offset % Width != 0) {
+        Value.Refuse("a configuration register of more than 8 bits lies at a multiple of its width");
+    }
+}
 
 void ReadPcie(const YamlValue& Value, Configuration& Into) {
     ReadKeys<PcieSettings>(Value, PcieKeys, Into.Pcie);

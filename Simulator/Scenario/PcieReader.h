@@ -11,9 +11,16 @@ class PcieFunction;
 // The machine's key "pcie".
 void ReadPcie(const YamlValue& Value, Configuration& Into);
 
+// The width of a configuration register, written in bits; bytes.
+unsigned ReadRegisterWidth(const YamlValue& Value);
+// Refuses a configuration register that no access can reach. Width in bytes.
+void RequireAligned(const YamlValue& Value, unsigned Offset, unsigned Width);
+
 // A function below a root complex by its name or its address ("BB:DD.F", with the segment before it where that is not
 // 0). Throws std::invalid_argument when there is none.
 PcieFunction& FunctionAt(Simulation& Run, const std::string& At);
+// The same for a root port or a switch's downstream port: std::invalid_argument, too, for another function.
+PcieFunction& PortAt(Simulation& Run, const std::string& At);
 
 // Steps.
 void ReadPcieError(const YamlValue& Value, const Configuration& Machine, Step& Into);

@@ -22,10 +22,6 @@ PcieFunction& FunctionAt(Simulation& Run, const std::string& At) {
     return *Found;
 }
 
-namespace {
-
-using Outcome = std::optional<std::string>;
-
 PcieFunction& PortAt(Simulation& Run, const std::string& At) {
     PcieFunction& Found = FunctionAt(Run, At);
     if (!Found.IsDownstreamPort()) {
@@ -33,6 +29,10 @@ PcieFunction& PortAt(Simulation& Run, const std::string& At) {
     }
     return Found;
 }
+
+namespace {
+
+using Outcome = std::optional<std::string>;
 
 // pcie-error
 
@@ -49,14 +49,13 @@ enum TlpType { MEMORY_READ, MEMORY_WRITE, CONFIG_READ, CONFIG_WRITE, MESSAGE };
 constexpr std::string_view TlpTypes[] = {"memory-read", "memory-write", "config-read", "config-write", "message"};
 
 constexpr YamlKey<TlpDraft> TlpKeys[] = {
-    {"type", [](const YamlValue& V, TlpDraft& T) { T.Type = V.OneOf(TlpTypes); }, true},
-    {"address", [](const YamlValue& V, TlpDraft& T) { T.Address = V.Number(); }},
-    {"requester",
-     [](const YamlValue& V, TlpDraft& T) { T.Requester = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); }},
-    {"vendor", [](const YamlValue& V, TlpDraft& T) { T.Vendor = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); }},
-    {"code", [](const YamlValue& V, TlpDraft& T) { T.Code = static_cast<std::uint8_t>(V.Number(0, 0xFF)); }},
-    {"data", [](const YamlValue& V, TlpDraft& T) { T.HasData = V.Bool(); }},
-    {"length", [](const YamlValue& V, TlpDraft& T) { T.Length = static_cast<unsigned>(V.Number(1, 1023)); }},
+    {"type", ReadWord<&TlpDraft::Type, TlpTypes>, true},
+    {"address", ReadNumber<&TlpDraft::Address>},
+    {"requester", ReadNumber<&TlpDraft::Requester>},
+    {"vendor", ReadNumber<&TlpDraft::Vendor>},
+    {"code", ReadNumber<&TlpDraft::Code>},
+    {"data", ReadBool<&TlpDraft::HasData>},
+    {"length", ReadNumber<&TlpDraft::Length, 1, 1023>},
 };
 
 TlpWords ReadTlp(const YamlValue& Value) {
@@ -91,7 +90,7 @@ struct ErrorDraft {
     std::string At;
     std::vector<PcieError> Errors;
     std::string Names;
-    std::optional<TlpWords> Header;
+    std::optional<TlpWords> Header, Tlp;  // as doublewords, and as described
     bool Advisory = false;
     std::uint64_t Count = 1;
 };
@@ -101,7 +100,7 @@ void ReadErrorNames(const YamlValue& Value, ErrorDraft& Into) {
     for (const PcieErrorName& One : PcieErrorNames()) {
         Names.push_back(One.Name);
     }
-    for (const YamlValue& Item : Value.IsList() ? Value.List() : std::vector{Value}) {
+    for (const YamlValue& Item : Value.OneOrMore()) {
         const PcieErrorName& Found = PcieErrorNames()[Item.OneOf(Names)];
         Into.Errors.push_back({Found.From, Found.Bit});
         Into.Names += (Into.Names.empty() ? "" : ", ") + std::string(Found.Name);
@@ -109,12 +108,12 @@ void ReadErrorNames(const YamlValue& Value, ErrorDraft& Into) {
 }
 
 constexpr YamlKey<ErrorDraft> ErrorKeys[] = {
-    {"at", [](const YamlValue& V, ErrorDraft& D) { D.At = V.Text(); }, true},
+    {"at", ReadText<&ErrorDraft::At>, true},
     {"error", ReadErrorNames, true},
-    {"tlp", [](const YamlValue& V, ErrorDraft& D) { D.Header = ReadTlp(V); }},
+    {"tlp", [](const YamlValue& V, ErrorDraft& D) { D.Tlp = ReadTlp(V); }},
     {"header", [](const YamlValue& V, ErrorDraft& D) { D.Header = ReadHeader(V); }},
-    {"advisory", [](const YamlValue& V, ErrorDraft& D) { D.Advisory = V.Bool(); }},
-    {"count", [](const YamlValue& V, ErrorDraft& D) { D.Count = V.Number(1, 100'000); }},
+    {"advisory", ReadBool<&ErrorDraft::Advisory>},
+    {"count", ReadNumber<&ErrorDraft::Count, 1, 100'000>},
 };
 
 // pcie-config
@@ -178,7 +177,7 @@ struct ConfigDraft {
     std::string At;
     const NamedRegister* Name = nullptr;
     std::optional<unsigned> Offset;
-    unsigned Width = 4;
+    std::optional<unsigned> Width;  // bytes
     std::optional<std::uint32_t> Write, Poke, Set, Clear, Expect, Peek;
     std::uint32_t Mask = UINT32_MAX;
     std::string Text;
@@ -190,33 +189,30 @@ void ReadRegister(const YamlValue& Value, ConfigDraft& Into) {
         Names.push_back(One.Name);
     }
     Into.Name = &Registers[Value.OneOf(Names)];
-    Into.Width = Into.Name->Width;
     Into.Text = Value.Text();
 }
 
-template <std::optional<std::uint32_t> ConfigDraft::*Where>
-void ReadWord(const YamlValue& Value, ConfigDraft& Into) {
-    Into.*Where = static_cast<std::uint32_t>(Value.Number(0, 0xFFFFFFFF));
-}
-
 constexpr YamlKey<ConfigDraft> ConfigKeys[] = {
-    {"at", [](const YamlValue& V, ConfigDraft& D) { D.At = V.Text(); }, true},
+    {"at", ReadText<&ConfigDraft::At>, true},
     {"register", ReadRegister},
     {"offset",
      [](const YamlValue& V, ConfigDraft& D) {
          D.Offset = static_cast<unsigned>(V.Number(0, 0xFFF));
          D.Text = V.Text();
      }},
-    {"width", [](const YamlValue& V, ConfigDraft& D) { D.Width = static_cast<unsigned>(V.Number(8, 32)) / 8; }},
-    {"write", ReadWord<&ConfigDraft::Write>},
-    {"poke", ReadWord<&ConfigDraft::Poke>},
-    {"set", ReadWord<&ConfigDraft::Set>},
-    {"clear", ReadWord<&ConfigDraft::Clear>},
-    {"expect", ReadWord<&ConfigDraft::Expect>},
-    {"peek", ReadWord<&ConfigDraft::Peek>},
-    {"mask",
-     [](const YamlValue& V, ConfigDraft& D) { D.Mask = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); }},
+    {"width", [](const YamlValue& V, ConfigDraft& D) { D.Width = ReadRegisterWidth(V); }},
+    {"write", ReadNumber<&ConfigDraft::Write>},
+    {"poke", ReadNumber<&ConfigDraft::Poke>},
+    {"set", ReadNumber<&ConfigDraft::Set>},
+    {"clear", ReadNumber<&ConfigDraft::Clear>},
+    {"expect", ReadNumber<&ConfigDraft::Expect>},
+    {"peek", ReadNumber<&ConfigDraft::Peek>},
+    {"mask", ReadNumber<&ConfigDraft::Mask>},
 };
+
+unsigned WidthOf(const ConfigDraft& Draft) {
+    return Draft.Width.value_or(Draft.Name == nullptr ? 4 : Draft.Name->Width);
+}
 
 unsigned OffsetOf(const ConfigDraft& Draft, const PcieFunction& Function) {
     if (Draft.Offset) {
@@ -241,27 +237,29 @@ Outcome DoConfig(const ConfigDraft& Draft, Simulation& Run) {
     PcieFunction& Function = FunctionAt(Run, Draft.At);
     PciSpace& Space = Run.Machine().Pci();
     const unsigned Offset = OffsetOf(Draft, Function);
+    const unsigned Width = WidthOf(Draft);
     if (Draft.Write) {
-        Space.Write(Function.Where(), Offset, Draft.Width, *Draft.Write);
+        Space.Write(Function.Where(), Offset, Width, *Draft.Write);
     }
     if (Draft.Poke) {
-        Function.Poke(Offset, Draft.Width, *Draft.Poke);
+        Function.Poke(Offset, Width, *Draft.Poke);
     }
     if (Draft.Set) {
-        Function.SetBits(Offset, Draft.Width, *Draft.Set);
+        Function.SetBits(Offset, Width, *Draft.Set);
     }
     if (Draft.Clear) {
-        Function.ClearBits(Offset, Draft.Width, *Draft.Clear);
+        Function.ClearBits(Offset, Width, *Draft.Clear);
     }
+    Outcome Wrong;
     if (Draft.Peek) {
-        return CompareRegister(Draft, *Draft.Peek, Function.Peek(Offset, Draft.Width));
+        Wrong = CompareRegister(Draft, *Draft.Peek, Function.Peek(Offset, Width));
     }
-    if (Draft.Expect) {
+    if (Draft.Expect && !Wrong) {
         const bool Answers = Space.Find(Function.Where()) == &Function && !Function.IsDead();
-        return CompareRegister(Draft, *Draft.Expect,
-                               Answers ? Function.Peek(Offset, Draft.Width) : UINT32_MAX >> (32 - 8 * Draft.Width));
+        Wrong = CompareRegister(Draft, *Draft.Expect,
+                                Answers ? Function.Peek(Offset, Width) : UINT32_MAX >> (32 - 8 * Width));
     }
-    return std::nullopt;
+    return Wrong;
 }
 
 // pcie-slot, pcie-link
@@ -276,17 +274,17 @@ struct PortDraft {
 };
 
 constexpr YamlKey<PortDraft> SlotKeys[] = {
-    {"at", [](const YamlValue& V, PortDraft& D) { D.At = V.Text(); }, true},
-    {"act", [](const YamlValue& V, PortDraft& D) { D.Act = V.OneOf(SlotActs); }, true},
+    {"at", ReadText<&PortDraft::At>, true},
+    {"act", ReadWord<&PortDraft::Act, SlotActs>, true},
 };
 
 constexpr std::string_view LinkStates[] = {"down", "up"};
 
 constexpr YamlKey<PortDraft> LinkKeys[] = {
-    {"at", [](const YamlValue& V, PortDraft& D) { D.At = V.Text(); }, true},
-    {"state", [](const YamlValue& V, PortDraft& D) { D.Up = V.OneOf(LinkStates) == 1; }},
-    {"training", [](const YamlValue& V, PortDraft& D) { D.Training = V.Duration(); }},
-    {"never-trains", [](const YamlValue& V, PortDraft& D) { D.NeverTrains = V.Bool(); }},
+    {"at", ReadText<&PortDraft::At>, true},
+    {"state", ReadWord<&PortDraft::Up, LinkStates>},
+    {"training", ReadDuration<&PortDraft::Training>},
+    {"never-trains", ReadBool<&PortDraft::NeverTrains>},
 };
 
 void DoSlot(PcieFabric& Fabric, PcieFunction& Port, std::string_view Act) {
@@ -294,6 +292,8 @@ void DoSlot(PcieFabric& Fabric, PcieFunction& Port, std::string_view Act) {
         Fabric.Insert(Port);
     } else if (Act.ends_with("remove")) {
         Fabric.Remove(Port, Act == "surprise-remove");
+    } else if (!PcieFabric::HasPowerController(Port)) {
+        throw std::invalid_argument(fmt::format("\"{}\" has no slot with a power controller", Port.GivenName()));
     } else {
         Fabric.SetPower(Port, Act == "power-on");
     }
@@ -308,9 +308,9 @@ struct DeathDraft {
 };
 
 constexpr YamlKey<DeathDraft> DeathKeys[] = {
-    {"at", [](const YamlValue& V, DeathDraft& D) { D.At = V.Text(); }},
-    {"reads", [](const YamlValue& V, DeathDraft& D) { D.Reads = V.Number(); }},
-    {"revive", [](const YamlValue& V, DeathDraft& D) { D.Revives = V.Bool(); }},
+    {"at", ReadText<&DeathDraft::At>},
+    {"reads", ReadNumber<&DeathDraft::Reads>},
+    {"revive", ReadBool<&DeathDraft::Revives>},
 };
 
 // smn
@@ -322,12 +322,10 @@ struct SmnDraft {
 };
 
 constexpr YamlKey<SmnDraft> SmnKeys[] = {
-    {"root-complex", [](const YamlValue& V, SmnDraft& D) { D.RootComplex = V.Number(0, 15); }, true},
-    {"address",
-     [](const YamlValue& V, SmnDraft& D) { D.Address = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); }, true},
-    {"write", [](const YamlValue& V, SmnDraft& D) { D.Write = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); }},
-    {"expect",
-     [](const YamlValue& V, SmnDraft& D) { D.Expect = static_cast<std::uint32_t>(V.Number(0, 0xFFFFFFFF)); }},
+    {"root-complex", ReadNumber<&SmnDraft::RootComplex, 0, 15>, true},
+    {"address", ReadNumber<&SmnDraft::Address>, true},
+    {"write", ReadNumber<&SmnDraft::Write>},
+    {"expect", ReadNumber<&SmnDraft::Expect>},
 };
 
 Outcome DoSmn(const SmnDraft& Draft, Simulation& Run) {
@@ -349,13 +347,20 @@ Outcome DoSmn(const SmnDraft& Draft, Simulation& Run) {
 void ReadPcieError(const YamlValue& Value, const Configuration&, Step& Into) {
     ErrorDraft Draft;
     ReadKeys<ErrorDraft>(Value, ErrorKeys, Draft);
+    if (Draft.Header && Draft.Tlp) {
+        Value.Refuse("the failing TLP is told either by header or by tlp");
+    }
     Into.Summary = fmt::format("{} at {}", Draft.Names, Draft.At);
     for (PcieError& One : Draft.Errors) {
-        One.Header = Draft.Header;
+        One.Header = Draft.Tlp ? Draft.Tlp : Draft.Header;
         One.Advisory = Draft.Advisory;
     }
     Into.Do = [Draft](Simulation& Run) {
         PcieFunction& Where = FunctionAt(Run, Draft.At);
+        if (!std::ranges::all_of(Draft.Errors,
+                                 [&](const PcieError& One) { return PcieFabric::CanHave(Where, One); })) {
+            throw std::invalid_argument(fmt::format("\"{}\" has no registers for {}", Draft.At, Draft.Names));
+        }
         for (std::uint64_t Time = 0; Time < Draft.Count; Time++) {
             for (const PcieError& One : Draft.Errors) {
                 Run.Machine().Pcie().Inject(Where, One);
@@ -370,6 +375,13 @@ void ReadPcieConfig(const YamlValue& Value, const Configuration&, Step& Into) {
     ReadKeys<ConfigDraft>(Value, ConfigKeys, Draft);
     if ((Draft.Name == nullptr) == !Draft.Offset) {
         Value.Refuse("either \"register\" or \"offset\" is wanted");
+    }
+    if (Draft.Name != nullptr && Draft.Width) {
+        Value.Refuse("a register that is named has its own width");
+    }
+    RequireAligned(Value, Draft.Offset.value_or(0), WidthOf(Draft));
+    if (!Draft.Write && !Draft.Poke && !Draft.Set && !Draft.Clear && !Draft.Expect && !Draft.Peek) {
+        Value.Refuse("one of write, poke, set, clear, expect and peek is wanted");
     }
     Into.Summary = fmt::format("{} of {}", Draft.Text, Draft.At);
     Into.Do = [Draft](Simulation& Run) { return DoConfig(Draft, Run); };
@@ -403,6 +415,9 @@ void ReadPcieLink(const YamlValue& Value, const Configuration&, Step& Into) {
 void ReadPcieDeath(const YamlValue& Value, const Configuration&, Step& Into) {
     DeathDraft Draft;
     ReadKeys<DeathDraft>(Value, DeathKeys, Draft);
+    if (Draft.Revives && Draft.At.empty()) {
+        Value.Refuse("\"at\" must say who is revived");
+    }
     Into.Summary = Draft.At.empty() ? fmt::format("who is read as number {}", Draft.Reads)
                                     : fmt::format("{} after {} reads", Draft.At, Draft.Reads);
     Into.Do = [Draft](Simulation& Run) {

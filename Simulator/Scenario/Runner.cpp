@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <new>
 
 #include "Simulator/Decode/Decoded.h"
 #include "Simulator/Firmware/Names.h"
@@ -115,13 +116,7 @@ class Matcher {
 std::map<std::string, RecordView> ViewRecords(const RunResult& Result) {
     std::map<std::string, RecordView> Views;
     for (std::size_t Index = 0; Index < Result.Records.size(); ++Index) {
-        RecordView& View = Views[RecordFileName(Index)];
-        View.Bytes = Result.Records[Index];
-        try {
-            View.Decoded = ToJson(DecodeCper(View.Bytes));
-        } catch (const DecodeError& Error) {
-            View.Decoded = {{"error", Error.what()}};
-        }
+        Views[RecordFileName(Index)] = {Result.Records[Index], RecordJson(Result.Records[Index])};
     }
     return Views;
 }
@@ -153,17 +148,15 @@ void CompareKept(const Scenario& What, std::int64_t Kept, RunResult& Result) {
 
 }  // namespace
 
-std::string RecordFileName(std::size_t Index) {
-    return fmt::format("records/{:04}.cper", Index + 1);
-}
-
 RunResult RunScenario(const Scenario& What, const std::function<void(Simulation&)>& AtEnd) {
     RunResult Result;
     std::unique_ptr<Simulation> Run;
     try {
         Run = std::make_unique<Simulation>(What.Machine);
     } catch (const std::invalid_argument& Error) {
-        throw ScenarioError({What.File}, Error.what());
+        throw ScenarioError(What.MachineWhere, Error.what());
+    } catch (const std::bad_alloc&) {
+        throw ScenarioError(What.MachineWhere, "the machine's data are larger than the memory for them");
     }
     try {
         Result.Entry = Run->Boot();

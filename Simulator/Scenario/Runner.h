@@ -37,7 +37,4 @@ struct RunResult {
 // once its steps are done.
 RunResult RunScenario(const Scenario& What, const std::function<void(Simulation&)>& AtEnd = {});
 
-// How journals and --out name the record that entered GHES as number Index, from 0: "records/0001.cper" is the first.
-std::string RecordFileName(std::size_t Index);
-
 }  // namespace Simulator

@@ -56,6 +56,7 @@ struct Scenario {
     std::string About;
     std::string File;
     Configuration Machine;
+    SourcePosition MachineWhere;  // the file alone where nothing is said of the machine
     std::vector<Step> Steps;
     EFI_STATUS Entry = EFI_SUCCESS;    // what the driver's entry point must return
     std::vector<EventPattern> Expect;  // each matches a later event than the one before it

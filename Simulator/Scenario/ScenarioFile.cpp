@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "Simulator/Firmware/ServiceMembers.h"
 #include "Simulator/Scenario/EventKinds.h"
 #include "Simulator/Scenario/Readers.h"
 
@@ -52,7 +53,7 @@ std::vector<CountExpectation> ReadCounts(const YamlValue& Value) {
     if (Value.IsList()) {
         constexpr YamlKey<CountExpectation> Keys[] = {
             {"events", [](const YamlValue& V, CountExpectation& C) { C.Pattern = ReadPattern(V); }, true},
-            {"times", [](const YamlValue& V, CountExpectation& C) { C.Times = V.Number(); }, true},
+            {"times", ReadNumber<&CountExpectation::Times>, true},
         };
         for (const YamlValue& Item : Value.List()) {
             CountExpectation Row;
@@ -75,15 +76,18 @@ struct ScenarioDraft {
 
 constexpr YamlKey<ScenarioDraft> ScenarioKeys[] = {
     {"name", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Name = ReadName(V); }, true},
-    {"about", [](const YamlValue& V, ScenarioDraft& D) { D.Result.About = V.Text(); }, true},
-    {"machine", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Machine = ReadMachine(V); }},
+    {"about", [](const YamlValue& V, ScenarioDraft& D) { ReadText<&Scenario::About>(V, D.Result); }, true},
+    {"machine",
+     [](const YamlValue& V, ScenarioDraft& D) {
+         D.Result.Machine = ReadMachine(V);
+         D.Result.MachineWhere = V.Where();
+     }},
     {"steps", [](const YamlValue& V, ScenarioDraft& D) { D.Steps = V; }},
-    {"entry", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Entry = V.Status(); }},
+    {"entry", [](const YamlValue& V, ScenarioDraft& D) { ReadStatus<&Scenario::Entry>(V, D.Result); }},
     {"expect", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Expect = ReadPatterns(V); }},
     {"never", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Never = ReadPatterns(V); }},
     {"count", [](const YamlValue& V, ScenarioDraft& D) { D.Result.Count = ReadCounts(V); }},
-    {"kept",
-     [](const YamlValue& V, ScenarioDraft& D) { D.Result.Kept = static_cast<std::int64_t>(V.Number(0, 1'000'000)); }},
+    {"kept", [](const YamlValue& V, ScenarioDraft& D) { ReadNumber<&Scenario::Kept, 0, 1'000'000>(V, D.Result); }},
 };
 
 // The YAML library guesses other encodings from the first bytes, and does not come back from all that it then reads;
@@ -108,8 +112,9 @@ EventPattern ReadPattern(const YamlValue& Value) {
     std::vector<std::string_view> Known(Kind.Fields.begin(), Kind.Fields.end());
     Known.insert(Known.end(), {"step", "time"});
     for (const auto& [Name, Field] : Fields.Map()) {
-        if (!Kind.HasArguments) {
-            FindKey(Name, Known);
+        FindKey(Name, Known);
+        if (Key.Text() == "service" && Name.Text() == "member" && Field.Text() != "*") {
+            FindKey(Field, MemberNames());
         }
         if ((Key.Text() != "alloc-fail" && Name.Text() == "bytes") || Name.Text() == "codes") {
             CheckBytePattern(Field);
@@ -137,7 +142,10 @@ Scenario ParseScenario(const std::string& Text, const std::string& File) {
     }
     ScenarioDraft Draft;
     Draft.Result.File = File;
-    ReadKeys<ScenarioDraft>(YamlValue(Documents[0], File), ScenarioKeys, Draft);
+    Draft.Result.MachineWhere = {File};
+    const YamlValue Whole(Documents[0], File);
+    Whole.RequireModest();
+    ReadKeys<ScenarioDraft>(Whole, ScenarioKeys, Draft);
     if (Draft.Steps) {
         Draft.Result.Steps = ReadSteps(*Draft.Steps, Draft.Result.Machine);
     }

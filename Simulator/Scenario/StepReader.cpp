@@ -45,7 +45,7 @@ unsigned ReadProcessor(const YamlValue& Value, const Configuration& Machine) {
 
 // A number, or a list of numbers: the same happens to each of them, in that order.
 void ReadProcessors(const YamlValue& Value, StepDraft& Into) {
-    for (const YamlValue& Item : Value.IsList() ? Value.List() : std::vector{Value}) {
+    for (const YamlValue& Item : Value.OneOrMore()) {
         Into.Processors.push_back(ReadProcessor(Item, Into.Machine));
     }
 }
@@ -54,30 +54,11 @@ void ReadOneProcessor(const YamlValue& Value, StepDraft& Into) {
     Into.Processors = {ReadProcessor(Value, Into.Machine)};
 }
 
-void ReadMsr(const YamlValue& Value, StepDraft& Into) {
-    Into.Msr = static_cast<std::uint32_t>(Value.Number(0, 0xFFFFFFFF));
-}
-
-void ReadValue(const YamlValue& Value, StepDraft& Into) {
-    Into.Value = Value.Number();
-}
-
-void ReadStatus(const YamlValue& Value, StepDraft& Into) {
-    Into.Status = Value.Status();
-}
-
-std::optional<std::string> CompareStatus(const std::optional<EFI_STATUS>& Wanted, EFI_STATUS Came) {
-    if (Wanted && *Wanted != Came) {
-        return fmt::format("it returned {}, wanted {}", StatusName(Came), StatusName(*Wanted));
-    }
-    return std::nullopt;
-}
-
 // machine-check
 
-template <std::optional<std::uint64_t> MachineCheck::*Register>
+template <auto Register>
 void ReadRegister(const YamlValue& Value, StepDraft& Into) {
-    Into.Error.*Register = Value.Number();
+    ReadNumber<Register>(Value, Into.Error);
 }
 
 constexpr StepKey MachineCheckKeys[] = {
@@ -87,7 +68,7 @@ constexpr StepKey MachineCheckKeys[] = {
          D.Error.Bank = static_cast<unsigned>(V.Number(0, D.Machine.BanksPerProcessor - 1));
      },
      true},
-    {"status", [](const YamlValue& V, StepDraft& D) { D.Error.Status = V.Number(); }, true},
+    {"status", ReadRegister<&MachineCheck::Status>, true},
     {"addr", ReadRegister<&MachineCheck::Addr>},
     {"misc0", ReadRegister<&MachineCheck::Misc0>},
     {"misc1", ReadRegister<&MachineCheck::Misc1>},
@@ -99,7 +80,7 @@ constexpr StepKey MachineCheckKeys[] = {
     {"destat", ReadRegister<&MachineCheck::DeStat>},
     {"deaddr", ReadRegister<&MachineCheck::DeAddr>},
     {"ip", ReadRegister<&MachineCheck::Ip>},
-    {"fru-text", [](const YamlValue& V, StepDraft& D) { D.Error.FruText = V.Text(); }},
+    {"fru-text", [](const YamlValue& V, StepDraft& D) { ReadText<&MachineCheck::FruText>(V, D.Error); }},
 };
 
 std::string ProcessorText(const std::vector<unsigned>& Processors) {
@@ -129,9 +110,9 @@ struct SmiDraft {
 };
 
 constexpr YamlKey<SmiDraft> SmiKeys[] = {
-    {"kind", [](const YamlValue& V, SmiDraft& D) { D.Kind = V.Text(); }, true},
-    {"pending", [](const YamlValue& V, SmiDraft& D) { D.Pending = V.Bool(); }},
-    {"spurious", [](const YamlValue& V, SmiDraft& D) { D.Spurious = V.Bool(); }},
+    {"kind", ReadText<&SmiDraft::Kind>, true},
+    {"pending", ReadBool<&SmiDraft::Pending>},
+    {"spurious", ReadBool<&SmiDraft::Spurious>},
 };
 
 // Root complexes ask for their SMI themselves: without one that does there is none.
@@ -167,10 +148,12 @@ void ReadWait(const YamlValue& Value, const Configuration&, Step& Into) {
 
 // os-read-msr, os-write-msr
 
-constexpr StepKey OsReadMsrKeys[] = {
-    {"processor", ReadOneProcessor, true}, {"msr", ReadMsr, true}, {"value", ReadValue}};
-constexpr StepKey OsWriteMsrKeys[] = {
-    {"processor", ReadOneProcessor, true}, {"msr", ReadMsr, true}, {"value", ReadValue, true}};
+constexpr StepKey OsReadMsrKeys[] = {{"processor", ReadOneProcessor, true},
+                                     {"msr", ReadNumber<&StepDraft::Msr>, true},
+                                     {"value", ReadNumber<&StepDraft::Value>}};
+constexpr StepKey OsWriteMsrKeys[] = {{"processor", ReadOneProcessor, true},
+                                      {"msr", ReadNumber<&StepDraft::Msr>, true},
+                                      {"value", ReadNumber<&StepDraft::Value>, true}};
 
 void ReadOsReadMsr(const YamlValue& Value, const Configuration& Machine, Step& Into) {
     const StepDraft Draft = ReadDraft(Value, OsReadMsrKeys, Machine);
@@ -206,7 +189,7 @@ constexpr StepKey CommKeys[] = {
      }},
     {"size", [](const YamlValue& V, StepDraft& D) { D.Call.Size = V.Number(); }},
     {"null-size", [](const YamlValue& V, StepDraft& D) { D.Call.NullSize = V.Bool(); }},
-    {"status", ReadStatus},
+    {"status", ReadStatus<&StepDraft::Status>},
 };
 
 void ReadComm(const YamlValue& Value, const Configuration& Machine, Step& Into) {
@@ -218,10 +201,9 @@ void ReadComm(const YamlValue& Value, const Configuration& Machine, Step& Into) 
 }
 
 constexpr StepKey PostErrorsKeys[] = {
-    {"count", [](const YamlValue& V, StepDraft& D) { D.Count = static_cast<std::uint16_t>(V.Number(0, 0xFFFF)); },
-     true},
-    {"codes", [](const YamlValue& V, StepDraft& D) { D.Codes = V.Bytes(); }},
-    {"status", ReadStatus},
+    {"count", ReadNumber<&StepDraft::Count>, true},
+    {"codes", ReadBytes<&StepDraft::Codes>},
+    {"status", ReadStatus<&StepDraft::Status>},
 };
 
 void ReadPostErrors(const YamlValue& Value, const Configuration& Machine, Step& Into) {
@@ -277,7 +259,7 @@ void ReadReboot(const YamlValue& Value, const Configuration&, Step& Into) {
 // repeat: the same steps again and again; all of them carry this step's index
 
 constexpr StepKey RepeatKeys[] = {
-    {"times", [](const YamlValue& V, StepDraft& D) { D.Times = V.Number(1, 100'000); }, true},
+    {"times", ReadNumber<&StepDraft::Times, 1, 100'000>, true},
     {"steps", [](const YamlValue& V, StepDraft& D) { D.Steps = ReadSteps(V, D.Machine); }, true},
 };
 
@@ -338,6 +320,13 @@ constexpr StepKind StepKinds[] = {
 };
 
 }  // namespace
+
+std::optional<std::string> CompareStatus(const std::optional<EFI_STATUS>& Wanted, EFI_STATUS Came) {
+    if (Wanted && *Wanted != Came) {
+        return fmt::format("it returned {}, wanted {}", StatusName(Came), StatusName(*Wanted));
+    }
+    return std::nullopt;
+}
 
 std::vector<Step> ReadSteps(const YamlValue& List, const Configuration& Machine) {
     std::vector<std::string_view> Names;

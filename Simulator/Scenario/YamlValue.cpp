@@ -55,11 +55,15 @@ bool YamlValue::Bool() const {
 }
 
 std::uint64_t YamlValue::Duration() const {
+    constexpr std::uint64_t LONGEST = 876'000 * std::uint64_t{3'600'000'000};  // a hundred years
     const std::string Whole = Scalar("a duration");
     const std::optional<std::uint64_t> Microseconds = ParseDuration(Whole);
     if (!Microseconds) {
         Refuse(
             fmt::format("\"{}\" is no duration; write numbers with h, m, s, ms or us, such as 9m59s or 20us", Whole));
+    }
+    if (*Microseconds > LONGEST) {
+        Refuse(fmt::format("{} is too long; 876000h is the longest", Whole));
     }
     return *Microseconds;
 }
@@ -115,6 +119,17 @@ std::vector<YamlValue> YamlValue::List() const {
     return Items;
 }
 
+std::vector<YamlValue> YamlValue::OneOrMore() const {
+    if (!IsList()) {
+        return {*this};
+    }
+    std::vector<YamlValue> Items = List();
+    if (Items.empty()) {
+        Refuse("one item at least is needed here");
+    }
+    return Items;
+}
+
 std::vector<std::pair<YamlValue, YamlValue>> YamlValue::Map() const {
     if (IsEmpty()) {
         return {};
@@ -157,6 +172,25 @@ nlohmann::ordered_json YamlValue::Tree() const {
         return Array;
     }
     return IsEmpty() ? nlohmann::ordered_json::object() : nlohmann::ordered_json(Text());
+}
+
+void YamlValue::RequireModest() const {
+    constexpr unsigned DEEPEST = 100;
+    unsigned ValuesLeft = 1'000'000;
+    RequireModest(DEEPEST, ValuesLeft);
+}
+
+void YamlValue::RequireModest(unsigned DepthLeft, unsigned& ValuesLeft) const {
+    if (DepthLeft == 0 || ValuesLeft == 0) {
+        Refuse("there is no end to the values here; an alias must not stand within its own anchor");
+    }
+    --ValuesLeft;
+    for (const auto& Item : Node) {
+        if (Node.IsMap()) {
+            YamlValue(Item.first, File).RequireModest(DepthLeft - 1, ValuesLeft);
+        }
+        YamlValue(Node.IsMap() ? Item.second : Item, File).RequireModest(DepthLeft - 1, ValuesLeft);
+    }
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -51,15 +52,21 @@ class YamlValue {
     std::size_t OneOf(std::span<const std::string_view> Words) const;
 
     std::vector<YamlValue> List() const;
+    // The items of a list that is not empty, or the value itself where it is no list.
+    std::vector<YamlValue> OneOrMore() const;
     // Keys and values in the order in which they stand. Refuses a key that stands twice.
     std::vector<std::pair<YamlValue, YamlValue>> Map() const;
     // A mapping of exactly one key: "- wait: 10s".
     std::pair<YamlValue, YamlValue> Single(std::string_view Example) const;
     // The whole value with its scalars as texts.
     nlohmann::ordered_json Tree() const;
+    // Refuses a value that holds more, or holds it deeper in itself, than anybody writes: an alias that stands within
+    // its own anchor has no end.
+    void RequireModest() const;
 
  private:
     std::string Scalar(std::string_view Wanted) const;
+    void RequireModest(unsigned DepthLeft, unsigned& ValuesLeft) const;
 
     YAML::Node Node;
     std::string File;
@@ -72,6 +79,55 @@ struct YamlKey {
     void (*Read)(const YamlValue& Value, Target& Into);
     bool Required = false;
 };
+
+// Keys that fill one member and are no more than that.
+template <class>
+struct MemberPointer;
+template <class Object, class Value>
+struct MemberPointer<Value Object::*> {
+    using Of = Object;
+    using Type = Value;
+};
+template <class Object, class Value>
+struct MemberPointer<std::optional<Value> Object::*> {
+    using Of = Object;
+    using Type = Value;
+};
+template <auto Member>
+using ObjectOf = typename MemberPointer<decltype(Member)>::Of;
+template <auto Member>
+using TypeOf = typename MemberPointer<decltype(Member)>::Type;
+
+// Without bounds whatever the member can hold.
+template <auto Member, std::uint64_t Lowest = 0, std::uint64_t Highest = std::numeric_limits<TypeOf<Member>>::max()>
+void ReadNumber(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = static_cast<TypeOf<Member>>(Value.Number(Lowest, Highest));
+}
+template <auto Member>
+void ReadBool(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = Value.Bool();
+}
+template <auto Member>
+void ReadText(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = Value.Text();
+}
+template <auto Member>
+void ReadDuration(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = Value.Duration();
+}
+template <auto Member>
+void ReadBytes(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = Value.Bytes();
+}
+template <auto Member>
+void ReadStatus(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = Value.Status();
+}
+// A member that says which of the words it is, by its index.
+template <auto Member, const auto& Words>
+void ReadWord(const YamlValue& Value, ObjectOf<Member>& Into) {
+    Into.*Member = static_cast<TypeOf<Member>>(Value.OneOf(Words));
+}
 
 // The index of the name among Names; refuses the key with the names that would be right.
 std::size_t FindKey(const YamlValue& Key, std::span<const std::string_view> Names);

@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
 #include <set>
 
 #include "Simulator/Decode/Decoded.h"
 #include "Simulator/Firmware/Names.h"
 #include "Simulator/Machine/Machine.h"
 #include "Simulator/Machine/PciDump.h"
+#include "Simulator/Scenario/PlainText.h"
 #include "Simulator/Scenario/Runner.h"
 #include "Simulator/Tool/RunOutput.h"
 #include "Simulator/Tool/RunReport.h"
@@ -50,7 +50,7 @@ Json RunJson(const Scenario& What, const RunResult& Result, TraceChoice Trace) {
     }
     Json Records = Json::array();
     for (const std::vector<std::uint8_t>& Record : Result.Records) {
-        Records.push_back(ToJson(DecodeCper(Record)));
+        Records.push_back(RecordJson(Record));
     }
     Json Document{{"name", What.Name},
                   {"file", What.File},
@@ -88,19 +88,21 @@ class RunSession {
     }
 
  private:
-    // FILE@ADDRESS; throws std::invalid_argument for anything else.
-    static SharedErrorSettings OsMemoryOf(const std::string& Text) {
-        const std::size_t At = Text.rfind('@');
-        std::size_t Used = 0;
-        const std::string Address = At == Text.npos ? "" : Text.substr(At + 1);
-        SharedErrorSettings Settings{Text.substr(0, At), Address.empty() ? 0 : std::stoull(Address, &Used, 0)};
-        if (Address.empty() || Used != Address.size()) {
-            throw std::invalid_argument("--os-memory: FILE@ADDRESS is wanted");
+    // FILE@ADDRESS, nothing for an empty text; throws std::invalid_argument for anything else.
+    static std::optional<SharedErrorSettings> OsMemoryOf(const std::string& Text) {
+        if (Text.empty()) {
+            return std::nullopt;
         }
-        return Settings;
+        const std::size_t At = Text.rfind('@');
+        const auto Address = At == Text.npos ? std::nullopt : ParseNumber(std::string_view(Text).substr(At + 1));
+        if (At == 0 || !Address) {
+            throw std::invalid_argument(fmt::format("--os-memory {}: FILE@ADDRESS is wanted", Text));
+        }
+        return SharedErrorSettings{Text.substr(0, At), *Address};
     }
 
     void Load() {
+        const std::optional<SharedErrorSettings> OsMemory = OsMemoryOf(Options.OsMemory);
         std::set<std::string> Names;
         for (const fs::path& File : Options.Files) {
             try {
@@ -111,9 +113,7 @@ class RunSession {
                                                     "are needed where --out makes folders of them",
                                                     What.Name));
                 }
-                if (!Options.OsMemory.empty()) {
-                    What.Machine.SharedErrors = OsMemoryOf(Options.OsMemory);
-                }
+                What.Machine.SharedErrors = OsMemory;
                 Scenarios.push_back(std::move(What));
             } catch (const ScenarioError& Error) {
                 Refuse(Error.what());
@@ -139,12 +139,12 @@ class RunSession {
             Out << "\n";
         } catch (const ScenarioError& Error) {
             Refuse(Error.what());
-        } catch (const fs::filesystem_error& Error) {
-            Refuse(Error.what());
+        } catch (const std::exception& Error) {
+            Refuse(fmt::format("{}: {}", What.File, Error.what()));
         }
     }
 
-    void Refuse(const char* Why) {
+    void Refuse(const std::string& Why) {
         Errors << Why << "\n";
         ++BadCount;
     }

@@ -32,7 +32,7 @@ int Run(int Count, char** Arguments) {
                                                                 {"errors", Simulator::TraceChoice::Errors},
                                                                 {"all", Simulator::TraceChoice::All}};
     Run->add_option("--trace", Options.Trace, "Lines of the serial trace to show: none, errors or all")
-        ->transform(CLI::Transformer(Choices));
+        ->transform(CLI::CheckedTransformer(Choices));
     Run->add_flag("--json", Json, "One JSON array instead of tables");
 
     std::filesystem::path File;
@@ -69,7 +69,12 @@ int Run(int Count, char** Arguments) {
 
 int main(int Count, char** Arguments) {
     try {
-        return Run(Count, Arguments);
+        const int Status = Run(Count, Arguments);
+        if (!std::cout.flush()) {
+            std::cerr << "ras-sim: the output cannot be written\n";
+            return BadInput;
+        }
+        return Status;
     } catch (const std::exception& Error) {
         std::cerr << "ras-sim: " << Error.what() << "\n";
         return BadInput;

@@ -5,6 +5,8 @@
 #include <iterator>
 #include <system_error>
 
+#include "Simulator/Firmware/Names.h"
+
 namespace Simulator {
 
 namespace {

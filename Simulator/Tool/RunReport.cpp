@@ -327,14 +327,14 @@ std::string SettingsText(const Configuration& Machine) {
     return Text;
 }
 
-}  // namespace
-
 std::string MachineText(const Configuration& Machine) {
     return fmt::format("{} sockets x {} cores x {} threads, {} banks each, {} x {} DIMMs a socket, {} root complexes",
                        Machine.Sockets, Machine.CoresPerSocket, Machine.ThreadsPerCore, Machine.BanksPerProcessor,
                        Machine.ChannelsPerSocket, Machine.DimmsPerChannel,
                        Machine.Sockets * Machine.RootComplexesPerSocket);
 }
+
+}  // namespace
 
 std::string RunReport(const Scenario& What, const RunResult& Result, bool Colours) {
     Report Into(Colours);

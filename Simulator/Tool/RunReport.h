@@ -11,7 +11,4 @@ namespace Simulator {
 // OS was told, and what was missed.
 std::string RunReport(const Scenario& What, const RunResult& Result, bool Colours);
 
-// The machine in a line.
-std::string MachineText(const Configuration& Machine);
-
 }  // namespace Simulator

@@ -58,13 +58,59 @@ TEST(Runner, MissedExpectationsSayWhereAndWhatCameClosest) {
 }
 
 TEST(Runner, WhatTheMachineCannotDoIsAMistakeOfTheScenario) {
-    try {
-        RunScenario(ParseScenario("name: x\nabout: y\nsteps:\n  - smi: telephone\n", "r.yaml"));
-        ADD_FAILURE() << "was taken";
-    } catch (const Simulator::ScenarioError& Error) {
-        EXPECT_TRUE(std::string_view(Error.what()).starts_with("r.yaml:4:5: \"telephone\" is no SMI"))
-            << Error.what();
+    // Each text stands behind "name: x\nabout: y\n", so its first line is line 3.
+    const std::pair<const char*, const char*> Rows[] = {
+        {"steps:\n  - smi: telephone", "r.yaml:4:5: \"telephone\" is no SMI"},
+        {"steps:\n  - pcie-error: {at: nic0, error: rp-pio-io-ur}",
+         "r.yaml:4:5: \"nic0\" has no registers for rp-pio"},
+        {"steps:\n  - pcie-slot: {at: port0, act: power-off}", "r.yaml:4:5: \"port0\" has no slot with a power"},
+        {"steps:\n  - os-dsm: {port: nic0}", "r.yaml:4:5: \"nic0\" is no root port"},
+        {"steps:\n  - repeat: {times: 2, steps: [wait: 876000h]}", "r.yaml:4:5: no machine runs longer"},
+        {"machine: {silent-processors: [16]}", "r.yaml:3:10: silent processor 16 does not exist; the machine has 16"},
+        {"machine: {apei: {PFEHEnable: 256}}", "r.yaml:3:10: PFEHEnable is 1 bytes wide"},
+        {"machine: {pcie: {ports: [{name: a}, {name: a}]}}", "r.yaml:3:10: two functions are called \"a\""},
+        {"machine: {pcie: {ports: [{below: [{name: e, slot: {}}]}]}}", "r.yaml:3:10: \"e\" is no root port"},
+        {"machine: {pcie: {ports: [{name: p, bars: [{index: 2, size: 4096}]}]}}",
+         "r.yaml:3:10: \"p\", base address register 2: the function has 2 of them"},
+        {"machine: {pcie: {ports: [{below: [{name: e, bars: [{index: 0, size: 0x20000000}]}]}]}}",
+         "r.yaml:3:10: \"e\": its root complex has no room left"},
+        {"machine: {pcie: {ports: [{below: [{cxl: {component-registers: [{offset: 0x10000, value: 1}]}}]}]}}",
+         "r.yaml:3:10: a CXL register block of 65536 bytes has no register at 0x10000"},
+    };
+    for (const auto& [Text, Says] : Rows) {
+        SCOPED_TRACE(Text);
+        try {
+            RunScenario(ParseScenario(std::string("name: x\nabout: y\n") + Text, "r.yaml"));
+            ADD_FAILURE() << "was taken";
+        } catch (const Simulator::ScenarioError& Error) {
+            EXPECT_TRUE(std::string_view(Error.what()).starts_with(Says)) << Error.what();
+        }
     }
+}
+
+TEST(Runner, ACapabilityAtTheEndOfTheSpaceHasNoRegistersBehindIt) {
+    // Vendor-specific at 0x100, then AER at 0xFFC: its status registers would lie beyond.
+    const RunResult Result = RunScenario(
+        ParseScenario("name: x\nabout: y\n"
+                      "machine: {pcie: {ports: [{below: [{name: e, registers: [{offset: 0x100, value: 0xFFC1000B},"
+                      " {offset: 0xFFC, value: 0x00010001}]}]}]}}\n"
+                      "steps:\n"
+                      "  - pcie-error: {at: e, error: [ecrc, bad-tlp]}\n"
+                      "  - pcie-config: {at: e, offset: 0, width: 32, write: 0, expect: 0x00211D9B}\n"
+                      "  - smi: {kind: root-complex, spurious: true}\n"
+                      "kept: 2\n",
+                      "r.yaml"));
+    EXPECT_TRUE(Result.Passed()) << Result.Misses.front().What;
+}
+
+TEST(Runner, ConfigurationIsComparedAsHeldAndAsRead) {
+    const RunResult Result =
+        RunScenario(ParseScenario("name: x\nabout: y\n"
+                                  "steps:\n"
+                                  "  - pcie-config: {at: nic0, offset: 0, width: 32, peek: 0x00211D9B, expect: 5}\n",
+                                  "r.yaml"));
+    ASSERT_EQ(Result.Misses.size(), 1u);
+    EXPECT_EQ(Result.Misses.front().What, "pcie-config (0 of nic0): it is 0x211D9B, wanted 0x5");
 }
 
 }  // namespace
