@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "Simulator/Scenario/EventKinds.h"
 #include "Simulator/Scenario/Runner.h"
@@ -49,6 +51,18 @@ TEST_P(ShippedScenarios, RunsAsItExpects) {
         ExpectKnown(One);
     }
     EXPECT_EQ(First.Events.ToJsonLines(), RunScenario(What).Events.ToJsonLines()) << "two runs differ";
+}
+
+// A reader types the first example of the page about scenarios and runs it.
+TEST(DocumentedScenario, HoldsAsItStands) {
+    std::ostringstream Page;
+    Page << std::ifstream(std::filesystem::path(SCENARIO_FOLDER) / "../docs/Scenarios.md").rdbuf();
+    const std::string Text = Page.str(), Fence = "```yaml\n";
+    const std::size_t Begin = Text.find(Fence) + Fence.size();
+    ASSERT_GT(Begin, Fence.size());
+    const Simulator::RunResult Result =
+        RunScenario(Simulator::ParseScenario(Text.substr(Begin, Text.find("```", Begin) - Begin), "Scenarios.md"));
+    EXPECT_TRUE(Result.Passed()) << Result.Misses.front().What;
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, ShippedScenarios, testing::ValuesIn(ScenarioNames()), [](const auto& Case) {
