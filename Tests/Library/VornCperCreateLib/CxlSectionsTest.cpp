@@ -28,33 +28,42 @@ PCI_DEVICE_STATE AgentOf(UINT32 AgentType) {
     return State;
 }
 
+// What the record says of the handled class.
+struct Severity {
+    UINT8 CXL_ERROR_STATUS::*Handle;
+    const char *Header, *Descriptor, *Flags, *Fru;
+};
+constexpr Severity Fatal{&CXL_ERROR_STATUS::HandleFatal, "00", "01", "00", "CXL Fatal"};
+constexpr Severity NonFatal{&CXL_ERROR_STATUS::HandleNonFatal, "00", "00", "00", "CXL Non-Fatal"};
+constexpr Severity Correctable{&CXL_ERROR_STATUS::HandleCorrectable, "02", "02", "01", "CXL Correctable"};
+
 struct ProtocolCase {
     const char* Name;
     UINT32 AgentType;
-    bool HasDvsec, HasErrorLog, HasSerialNumber, HasCapability;
-    UINT8 CXL_ERROR_STATUS::*Handle;
-    UINT32 RecordLength;
-    const char *HeaderSeverity, *DescriptorSeverity, *HeaderFlags, *RecordLengthBytes, *SectionLengthBytes, *Fru;
-    const char *Valid, *Type, *Address, *DeviceId, *DvsecLength, *ErrorLogLength;
-    std::size_t DvsecBytes, TailBytes;  // tail: zeros behind what was captured
+    bool HasDvsec;  // captured
+    const Severity& Class;
+    unsigned Valid;  // 0 agent type, 1 address, 2 device ID, 3 serial number, 4 capability, 5 DVSEC, 6 error log
+    unsigned SectionLength;
+    const char* Address;
+    unsigned DvsecBytes;  // in the record; what was captured beyond them leaves zeros at the end
 };
 
 const char* const FunctionAddress = "01 0A 4E 02 00 00 00 00";
 const char* const DeviceIdAndSlot = "34 12 CD AB 78 56 BC 9A 02 05 18 00 00 00 00 00";
 
-std::string GoldenProtocolRecord(const ProtocolCase& Case) {
-    const GoldenFront Front{Case.HeaderSeverity,
-                            Case.DescriptorSeverity,
-                            Case.HeaderFlags,
-                            Case.RecordLengthBytes,
-                            Case.SectionLengthBytes,
-                            ProtocolType,
-                            Case.Fru};
-    return Front.Text() + Case.Valid + " 00 00 00 00 00 00 00  " + Case.Type + Zeros(7) + Case.Address + "  " +
-           Case.DeviceId + (Case.HasSerialNumber ? " 11 22 33 44 55 66 77 88 " : Zeros(8)) +
-           (Case.HasCapability ? Counting(0x40, 60) : Zeros(60)) + Case.DvsecLength + "  " + Case.ErrorLogLength +
-           Zeros(4) + Counting(0x80, Case.DvsecBytes) + (Case.HasErrorLog ? Counting(0x03, 536) : "") +
-           Zeros(Case.TailBytes);
+std::string GoldenProtocolRecord(const ProtocolCase& Case, UINT32 RecordLength) {
+    const std::string Length = Bytes(RecordLength, 2), SectionLength = Bytes(Case.SectionLength, 2);
+    const Severity& Class = Case.Class;
+    const GoldenFront Front{Class.Header,          Class.Descriptor, Class.Flags, Length.c_str(),
+                            SectionLength.c_str(), ProtocolType,     Class.Fru};
+    const auto IfValid = [&](unsigned Bit, const std::string& Text, std::size_t Size) {
+        return (Case.Valid >> Bit & 1) != 0 ? " " + Text + " " : Zeros(Size);
+    };
+    return Front.Text() + Bytes(Case.Valid, 8) + Bytes(Case.AgentType, 8) + Case.Address +
+           IfValid(2, DeviceIdAndSlot, 16) + IfValid(3, "11 22 33 44 55 66 77 88", 8) +
+           IfValid(4, Counting(0x40, 60), 60) + Bytes(Case.DvsecBytes, 2) + IfValid(6, "18 02", 2) + Zeros(4) +
+           Counting(0x80, Case.DvsecBytes) + IfValid(6, Counting(0x03, 536), 0) +
+           Zeros((Case.HasDvsec ? 60 : 0) - Case.DvsecBytes);
 }
 
 class GoldenCxlProtocolRecord : public testing::TestWithParam<ProtocolCase> {};
@@ -64,247 +73,35 @@ TEST_P(GoldenCxlProtocolRecord, HoldsEveryByteOfThePublishedLayout) {
     Simulator::Simulation Machine(WithGoldenClock());
     PCI_DEVICE_STATE State = AgentOf(Case.AgentType);
     State.Cxl.DvsecValid = Case.HasDvsec;
-    State.Cxl.RasCapabilityValid = Case.HasErrorLog;
-    State.Cxl.ErrorStatus.*Case.Handle = TRUE;
-    if (!Case.HasSerialNumber) {
+    State.Cxl.RasCapabilityValid = (Case.Valid & 0x40) != 0;
+    State.Cxl.ErrorStatus.*Case.Class.Handle = TRUE;
+    if ((Case.Valid & 0x08) == 0) {
         State.Cxl.DeviceSerialNumber = 0;
     }
-    if (!Case.HasCapability && Case.AgentType == 2) {
+    if ((Case.Valid & 0x10) == 0 && Case.AgentType == 2) {
         State.PcieCapabilityOffset = 0;
     }
     // As the record is allocated: for a device, whatever the agent is.
-    ASSERT_EQ(Case.RecordLength, VornCperGetCxlProtocolRecordLength(2, Case.HasDvsec, Case.HasErrorLog));
-    std::vector<std::uint8_t> Record(Case.RecordLength);
-    EXPECT_EQ(EFI_SUCCESS,
-              VornCperCreateCxlProtocol(DEBUG_VERBOSE, 2, 0x4E, 0x0A, 1, &Slot3, &State, FALSE, Case.RecordLength,
-                                        reinterpret_cast<CPER_RECORD*>(Record.data())));
-    EXPECT_EQ(HexLines(BytesOf(GoldenProtocolRecord(Case))), HexLines(Record));
+    const UINT32 Length = 316 + (Case.HasDvsec ? 60 : 0) + (State.Cxl.RasCapabilityValid != FALSE ? 536 : 0);
+    ASSERT_EQ(Length, VornCperGetCxlProtocolRecordLength(2, Case.HasDvsec, State.Cxl.RasCapabilityValid));
+    std::vector<std::uint8_t> Record(Length);
+    EXPECT_EQ(EFI_SUCCESS, VornCperCreateCxlProtocol(DEBUG_VERBOSE, 2, 0x4E, 0x0A, 1, &Slot3, &State, FALSE, Length,
+                                                     reinterpret_cast<CPER_RECORD*>(Record.data())));
+    EXPECT_EQ(HexLines(BytesOf(GoldenProtocolRecord(Case, Length))), HexLines(Record));
 }
 
-// Valid bits: 0 agent type, 1 address, 2 device ID, 3 serial number, 4 capability, 5 DVSEC, 6 error log. Section
-// lengths 712 (0x2C8) of a device, 684 (0x2AC) of a port and 116 (0x74) of others, whatever was captured.
+// Section lengths 712 of a device, 684 of a port and 116 of others, whatever was captured.
 const ProtocolCase ProtocolCases[] = {
-    {"Device",
-     2,
-     true,
-     true,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "C8 02",
-     "CXL Fatal",
-     "7F",
-     "02",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "3C 00",
-     "18 02",
-     60,
-     0},
-    {"DeviceWithoutDvsec",
-     2,
-     false,
-     true,
-     false,
-     true,
-     &CXL_ERROR_STATUS::HandleNonFatal,
-     852,
-     "00",
-     "00",
-     "00",
-     "54 03",
-     "C8 02",
-     "CXL Non-Fatal",
-     "57",
-     "02",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "00 00",
-     "18 02",
-     0,
-     0},
-    {"DeviceWithoutErrorLog",
-     2,
-     true,
-     false,
-     true,
-     false,
-     &CXL_ERROR_STATUS::HandleCorrectable,
-     376,
-     "02",
-     "02",
-     "01",
-     "78 01",
-     "C8 02",
-     "CXL Correctable",
-     "2F",
-     "02",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "3C 00",
-     "00 00",
-     60,
-     0},
-    {"DeviceWithNothingCaptured",
-     2,
-     false,
-     false,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     316,
-     "00",
-     "01",
-     "00",
-     "3C 01",
-     "C8 02",
-     "CXL Fatal",
-     "1F",
-     "02",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "00 00",
-     "00 00",
-     0,
-     0},
-    {"RestrictedDevice",
-     0,
-     true,
-     true,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "C8 02",
-     "CXL Fatal",
-     "7F",
-     "00",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "3C 00",
-     "18 02",
-     60,
-     0},
+    {"Device", 2, true, Fatal, 0x7F, 712, FunctionAddress, 60},
+    {"DeviceWithoutDvsec", 2, false, NonFatal, 0x57, 712, FunctionAddress, 0},
+    {"DeviceWithoutErrorLog", 2, true, Correctable, 0x2F, 712, FunctionAddress, 60},
+    {"RestrictedDevice", 0, true, Fatal, 0x7F, 712, FunctionAddress, 60},
     // The RCRB base as it stands in the state; neither device ID nor capability nor DVSEC.
-    {"RestrictedDownstreamPort",
-     1,
-     true,
-     true,
-     true,
-     false,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "74 00",
-     "CXL Fatal",
-     "4B",
-     "01",
-     "01 0A 4E 02 00 E1 E2 E3",
-     "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
-     "00 00",
-     "18 02",
-     0,
-     60},
-    {"LogicalDevice",
-     3,
-     true,
-     true,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "74 00",
-     "CXL Fatal",
-     "7F",
-     "03",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "3C 00",
-     "18 02",
-     60,
-     0},
-    {"RootPort",
-     5,
-     true,
-     true,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "AC 02",
-     "CXL Fatal",
-     "7F",
-     "05",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "20 00",
-     "18 02",
-     32,
-     28},
-    {"SwitchUpstreamPort",
-     7,
-     true,
-     false,
-     true,
-     true,
-     &CXL_ERROR_STATUS::HandleFatal,
-     376,
-     "00",
-     "01",
-     "00",
-     "78 01",
-     "AC 02",
-     "CXL Fatal",
-     "3F",
-     "07",
-     FunctionAddress,
-     DeviceIdAndSlot,
-     "20 00",
-     "00 00",
-     32,
-     28},
-    {"UnknownAgent",
-     8,
-     true,
-     true,
-     true,
-     false,
-     &CXL_ERROR_STATUS::HandleFatal,
-     912,
-     "00",
-     "01",
-     "00",
-     "90 03",
-     "74 00",
-     "CXL Fatal",
-     "49",
-     "08",
-     "00 00 00 00 00 00 00 00",
-     "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
-     "00 00",
-     "18 02",
-     0,
-     60},
+    {"RestrictedDownstreamPort", 1, true, Fatal, 0x4B, 116, "01 0A 4E 02 00 E1 E2 E3", 0},
+    {"LogicalDevice", 3, true, Fatal, 0x7F, 116, FunctionAddress, 60},
+    {"RootPort", 5, true, Fatal, 0x7F, 684, FunctionAddress, 32},
+    {"SwitchUpstreamPort", 7, true, Fatal, 0x3F, 684, FunctionAddress, 32},
+    {"UnknownAgent", 8, true, Fatal, 0x49, 116, "00 00 00 00 00 00 00 00", 0},
 };
 INSTANTIATE_TEST_SUITE_P(EachAgent, GoldenCxlProtocolRecord, testing::ValuesIn(ProtocolCases),
                          [](const testing::TestParamInfo<ProtocolCase>& Info) { return Info.param.Name; });
@@ -340,7 +137,9 @@ struct ComponentCase {
     UINT64 SerialNumber;
     UINT8 EventSeverity;
     BOOLEAN PreviousError;
-    const char *Severity, *HeaderFlags, *Fru, *Valid, *Device, *SerialNumberBytes;
+    const char *Severity, *HeaderFlags, *Fru;
+    unsigned Valid;
+    const char* Device;
 };
 
 class GoldenCxlComponentRecord : public testing::TestWithParam<ComponentCase> {};
@@ -360,25 +159,19 @@ TEST_P(GoldenCxlComponentRecord, HoldsEveryByteOfThePublishedLayout) {
                                                       360, reinterpret_cast<CPER_RECORD*>(Record.data())));
     const GoldenFront Front{Case.Severity, Case.Severity, Case.HeaderFlags, "68 01", "A0 00", DramEvent, Case.Fru};
     // The section's own length stays zero.
-    const std::string Golden = Front.Text() + "00 00 00 00  " + Case.Valid + " 00 00 00 00 00 00 00  " + Case.Device +
-                               " 00  " + Case.SerialNumberBytes + Counting(0x05, 128);
+    const std::string Golden = Front.Text() + Zeros(4) + Bytes(Case.Valid, 8) + Case.Device + " 00" +
+                               Bytes(Case.SerialNumber, 8) + Counting(0x05, 128);
     EXPECT_EQ(HexLines(BytesOf(Golden)), HexLines(Record));
 }
 
-const char* const ComponentDevice = "34 12 CD AB 01 0A 4E 02 00 18 00";
-const char* const NoComponentDevice = "00 00 00 00 00 00 00 00 00 00 00";
+const char* const Device = "34 12 CD AB 01 0A 4E 02 00 18 00";
 const ComponentCase ComponentCases[] = {
-    {"Informational", 2, 0x8877665544332211, 0, FALSE, "02", "01", "CXL Informational", "07", ComponentDevice,
-     "11 22 33 44 55 66 77 88"},
-    {"Warning", 2, 0, 1, FALSE, "02", "01", "CXL Warning", "05", ComponentDevice, "00 00 00 00 00 00 00 00"},
-    {"Failure", 7, 1, 2, FALSE, "02", "01", "CXL Failure", "07", ComponentDevice, "01 00 00 00 00 00 00 00"},
-    {"Fatal", 0, 0, 3, FALSE, "01", "00", "CXL Fatal", "05", ComponentDevice, "00 00 00 00 00 00 00 00"},
-    {"WhateverElseIsFatal", 2, 0, 4, FALSE, "01", "00", "CXL Fatal", "05", ComponentDevice,
-     "00 00 00 00 00 00 00 00"},
-    {"PreviousError", 2, 0, 0, TRUE, "01", "02", "CXL Informational", "05", ComponentDevice,
-     "00 00 00 00 00 00 00 00"},
-    {"RestrictedDownstreamPort", 1, 1, 3, FALSE, "01", "00", "CXL Fatal", "06", NoComponentDevice,
-     "01 00 00 00 00 00 00 00"},
+    {"Informational", 2, 0x8877665544332211, 0, FALSE, "02", "01", "CXL Informational", 7, Device},
+    {"Warning", 2, 0, 1, FALSE, "02", "01", "CXL Warning", 5, Device},
+    {"Failure", 7, 1, 2, FALSE, "02", "01", "CXL Failure", 7, Device},
+    {"WhateverElseIsFatal", 2, 0, 4, FALSE, "01", "00", "CXL Fatal", 5, Device},
+    {"PreviousError", 2, 0, 0, TRUE, "01", "02", "CXL Informational", 5, Device},
+    {"RestrictedDownstreamPort", 1, 1, 3, FALSE, "01", "00", "CXL Fatal", 6, "00 00 00 00 00 00 00 00 00 00 00"},
 };
 INSTANTIATE_TEST_SUITE_P(EachSeverity, GoldenCxlComponentRecord, testing::ValuesIn(ComponentCases),
                          [](const testing::TestParamInfo<ComponentCase>& Info) { return Info.param.Name; });
@@ -412,43 +205,28 @@ TEST(CxlSections, RefuseBadArgumentsBeforeTheyWrite) {
     Failing.Cxl.RasCapabilityValid = TRUE;
     std::vector<std::uint8_t> Record(912, 0xCC);
     auto* const Cper = reinterpret_cast<CPER_RECORD*>(Record.data());
-    const struct {
-        const PCI_SLOT_NUMBER_DATA* Slot;
-        const PCI_DEVICE_STATE* State;
-        UINT32 Length;
-        CPER_RECORD* Cper;
-        EFI_STATUS Status;
-    } Protocol[] = {
-        {nullptr, &Failing, 912, Cper, EFI_INVALID_PARAMETER},   {&Slot3, nullptr, 912, Cper, EFI_INVALID_PARAMETER},
-        {&Slot3, &Failing, 912, nullptr, EFI_INVALID_PARAMETER}, {&Slot3, &Quiet, 912, Cper, EFI_UNSUPPORTED},
-        {&Slot3, &Failing, 851, Cper, EFI_BUFFER_TOO_SMALL},
+    const auto Protocol = [](auto* Slot, auto* State, UINT32 Length, CPER_RECORD* Into) {
+        return VornCperCreateCxlProtocol(DEBUG_VERBOSE, 0, 1, 0, 0, Slot, State, FALSE, Length, Into);
     };
-    for (const auto& Case : Protocol) {
-        EXPECT_EQ(Case.Status, VornCperCreateCxlProtocol(DEBUG_VERBOSE, 0, 1, 0, 0, Case.Slot, Case.State, FALSE,
-                                                         Case.Length, Case.Cper));
-    }
+    constexpr PCI_SLOT_NUMBER_DATA* NoSlot = nullptr;
+    constexpr PCI_DEVICE_STATE* NoState = nullptr;
+    EXPECT_EQ(Protocol(NoSlot, &Failing, 912, Cper), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Protocol(&Slot3, NoState, 912, Cper), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Protocol(&Slot3, &Failing, 912, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Protocol(&Slot3, &Quiet, 912, Cper), EFI_UNSUPPORTED);
+    EXPECT_EQ(Protocol(&Slot3, &Failing, 851, Cper), EFI_BUFFER_TOO_SMALL);
+
     const EFI_GUID Uuid = UuidOf(DramEvent), Unknown = gCperSectionPcieGuid;
-    const struct {
-        const PCI_SLOT_NUMBER_DATA* Slot;
-        const PCI_DEVICE_STATE* State;
-        const EFI_GUID* Uuid;
-        const void* Event;
-        UINT32 Length;
-        CPER_RECORD* Cper;
-        EFI_STATUS Status;
-    } Component[] = {
-        {nullptr, &Quiet, &Uuid, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
-        {&Slot3, nullptr, &Uuid, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
-        {&Slot3, &Quiet, nullptr, &Quiet, 360, Cper, EFI_INVALID_PARAMETER},
-        {&Slot3, &Quiet, &Uuid, nullptr, 360, Cper, EFI_INVALID_PARAMETER},
-        {&Slot3, &Quiet, &Uuid, &Quiet, 360, nullptr, EFI_INVALID_PARAMETER},
-        {&Slot3, &Quiet, &Unknown, &Quiet, 360, Cper, EFI_UNSUPPORTED},
-        {&Slot3, &Quiet, &Uuid, &Quiet, 359, Cper, EFI_BUFFER_TOO_SMALL},
+    const auto Component = [&](auto* Slot, auto* State, const EFI_GUID* Type, const void* Event, UINT32 Length) {
+        return VornCperCreateCxlComponent(DEBUG_VERBOSE, 0, 1, 0, 0, Slot, State, FALSE, Type, 0, Event, Length,
+                                          Cper);
     };
-    for (const auto& Case : Component) {
-        EXPECT_EQ(Case.Status, VornCperCreateCxlComponent(DEBUG_VERBOSE, 0, 1, 0, 0, Case.Slot, Case.State, FALSE,
-                                                          Case.Uuid, 0, Case.Event, Case.Length, Case.Cper));
-    }
+    EXPECT_EQ(Component(NoSlot, &Quiet, &Uuid, &Quiet, 360), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Component(&Slot3, NoState, &Uuid, &Quiet, 360), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Component(&Slot3, &Quiet, nullptr, &Quiet, 360), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Component(&Slot3, &Quiet, &Uuid, nullptr, 360), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Component(&Slot3, &Quiet, &Unknown, &Quiet, 360), EFI_UNSUPPORTED);
+    EXPECT_EQ(Component(&Slot3, &Quiet, &Uuid, &Quiet, 359), EFI_BUFFER_TOO_SMALL);
     EXPECT_EQ(std::vector<std::uint8_t>(912, 0xCC), Record);
 }
 

@@ -180,23 +180,14 @@ TEST(PcieSection, RefusesBadArgumentsBeforeItWrites) {
     Quiet.PcieCapabilityOffset = 0x40;
     std::vector<std::uint8_t> Record(RECORD_LENGTH, 0xCC);
     auto* const Cper = reinterpret_cast<CPER_RECORD*>(Record.data());
-    const struct {
-        const PCI_SLOT_NUMBER_DATA* Slot;
-        const PCI_DEVICE_STATE* State;
-        UINT32 Length;
-        CPER_RECORD* Cper;
-        EFI_STATUS Status;
-    } Cases[] = {
-        {nullptr, &Legacy, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&NoSlot, nullptr, RECORD_LENGTH, Cper, EFI_INVALID_PARAMETER},
-        {&NoSlot, &Legacy, RECORD_LENGTH, nullptr, EFI_INVALID_PARAMETER},
-        {&NoSlot, &Quiet, RECORD_LENGTH, Cper, EFI_UNSUPPORTED},
-        {&NoSlot, &Legacy, RECORD_LENGTH - 1, Cper, EFI_BUFFER_TOO_SMALL},
+    const auto Fill = [](auto* Slot, auto* State, UINT32 Length, CPER_RECORD* Into) {
+        return VornCperCreatePcie(DEBUG_VERBOSE, 0, 1, 0, 0, Slot, State, FALSE, Length, Into);
     };
-    for (const auto& Case : Cases) {
-        EXPECT_EQ(Case.Status, VornCperCreatePcie(DEBUG_VERBOSE, 0, 1, 0, 0, Case.Slot, Case.State, FALSE,
-                                                  Case.Length, Case.Cper));
-    }
+    EXPECT_EQ(Fill(static_cast<PCI_SLOT_NUMBER_DATA*>(nullptr), &Legacy, RECORD_LENGTH, Cper), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Fill(&NoSlot, static_cast<PCI_DEVICE_STATE*>(nullptr), RECORD_LENGTH, Cper), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Fill(&NoSlot, &Legacy, RECORD_LENGTH, nullptr), EFI_INVALID_PARAMETER);
+    EXPECT_EQ(Fill(&NoSlot, &Quiet, RECORD_LENGTH, Cper), EFI_UNSUPPORTED);
+    EXPECT_EQ(Fill(&NoSlot, &Legacy, RECORD_LENGTH - 1, Cper), EFI_BUFFER_TOO_SMALL);
     EXPECT_EQ(std::vector<std::uint8_t>(RECORD_LENGTH, 0xCC), Record);
 }
 

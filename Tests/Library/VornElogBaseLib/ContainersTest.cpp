@@ -163,22 +163,4 @@ TEST_F(Containers, QueueAddWithoutMemoryLeavesTheQueueAsItWas) {
     }
 }
 
-TEST_F(Containers, NullIsRefusedEverywhere) {
-    Laid<FINITE_BUFFER> Buffer(1);
-    Laid<CIRCULAR_BUFFER> Ring(1);
-    QUEUE Queue{};
-    const Element One{};
-    const BOOLEAN Queries[] = {
-        FiniteBufferAddElement(nullptr, &One),   FiniteBufferAddElement(Buffer.Header(), nullptr),
-        CircularBufferAddElement(nullptr, &One), CircularBufferAddElement(Ring.Header(), nullptr),
-        CircularBufferIsFull(nullptr),           QueueIsEmpty(nullptr),
-    };
-    EXPECT_THAT(Queries, testing::Each(FALSE));
-    const EFI_STATUS Statuses[] = {QueueAdd(nullptr, &One, 1), QueueAdd(&Queue, nullptr, 1), QueueRemove(nullptr),
-                                   QueueClear(nullptr)};
-    EXPECT_THAT(Statuses, testing::Each(EFI_INVALID_PARAMETER));
-    EXPECT_EQ(QueueHead(nullptr), nullptr);
-    EXPECT_EQ(QueueHeadData(nullptr), nullptr);
-}
-
 }  // namespace

@@ -62,14 +62,6 @@ TEST(DpcOperatingSystem, ARequestEntersThePortOnceAndNamesItToTheFirmware) {
     EXPECT_EQ(Here.Sim.Count("smi-enter", {{"kind", "software-0xD8"}}), 2u);
 }
 
-TEST(DpcOperatingSystem, AFullTableTakesNobodyIn) {
-    World Here;
-    std::memset(&Here.Os.Shared().DpcAwareOs, 0x7F, sizeof(Here.Os.Shared().DpcAwareOs));
-    Here.Os.RequestPort(PORT);
-    EXPECT_TRUE(BytesAre(Here.Bytes(AWARE + 399 * 3, 3), "7F 7F 7F"));
-    EXPECT_TRUE(BytesAre(Here.Bytes(REQUESTED, 3), "20 20 00"));
-}
-
 TEST(DpcOperatingSystem, NotifiesWhatItAskedForAndHasNotHeardOf) {
     const struct {
         const char* What;

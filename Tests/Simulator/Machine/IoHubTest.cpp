@@ -61,21 +61,5 @@ TEST(IoHub, CorrectedErrorsRaiseWhatTheirActionSays) {
     }
 }
 
-TEST(IoHub, HwInitLockKeepsSlotCapabilities) {
-    PcieWorld World;
-    SmnSpace Smn;
-    World.Fabric.Hub(0).MapInto(Smn);
-    PcieFunction& Port = World["port2"];
-    const std::uint32_t Before = World.Read(Port, 0x5C);
-    World.Write(Port, 0x5C, Before ^ 0x20);
-    EXPECT_EQ(World.Read(Port, 0x5C), Before);
-    Smn.Write(0x1A380040, 0);
-    World.Write(Port, 0x5C, Before ^ 0x20);
-    EXPECT_EQ(World.Read(Port, 0x5C), Before ^ 0x20);
-    Smn.Write(0x1A380040, 1);
-    World.Write(Port, 0x5C, Before);
-    EXPECT_EQ(World.Read(Port, 0x5C), Before ^ 0x20);
-}
-
 }  // namespace
 }  // namespace Simulator

@@ -98,39 +98,6 @@ TEST(PcieContainment, ClearingTheTriggerBringsTheLinkBack) {
     EXPECT_EQ(World.Read(Card, 0x104), 0x40000u) << "sticky";
 }
 
-TEST(PcieContainment, LinksComeBackLateOrNever) {
-    PcieSettings Settings = Contained(2);
-    Settings.LinkTraining = 1000;
-    PcieWorld World(Settings);
-    PcieFunction& Port = World["port"];
-    World.Fail("card", "malformed-tlp", WRITE);
-    World.Fabric.AdvanceTo(5000);
-    World.Write(Port, DPC + 0x08, 1, 2);
-    World.Fabric.AdvanceTo(5999);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port));
-    World.Fabric.AdvanceTo(6000);
-    EXPECT_TRUE(World.Fabric.IsLinkUp(Port));
-    Port.Wire.NeverTrains = true;
-    World.Fail("card", "malformed-tlp", WRITE);
-    World.Write(Port, DPC + 0x08, 1, 2);
-    World.Fabric.AdvanceTo(1'000'000'000);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port));
-}
-
-TEST(PcieContainment, SoftwareCanTriggerAnEnabledPort) {
-    for (const unsigned Trigger : {0u, 1u, 2u}) {
-        PcieWorld World(Contained(Trigger));
-        PcieFunction& Port = World["port"];
-        World.Write(Port, DPC + 0x06, 0x0040 | 0x0010 | Trigger, 2);
-        EXPECT_EQ(World.Read(Port, DPC + 0x08, 2), Trigger == 0 ? 0u : 0x0027u) << "reason 3, extension 1";
-        EXPECT_EQ(World.Read(Port, DPC + 0x06, 2), 0x0010u | Trigger) << "the trigger bit reads 0";
-    }
-    // In a doubleword with the status beneath it.
-    PcieWorld World(Contained(2));
-    World.Write(World["port"], DPC + 0x04, 0x00520000);
-    EXPECT_EQ(World.Read(World["port"], DPC + 0x08, 2), 0x0027u);
-}
-
 TEST(PcieContainment, ProgrammedIoErrorsLogAndSignalBySeverity) {
     const struct {
         const char* What;

@@ -11,41 +11,6 @@ std::uint32_t Vendor(PcieWorld& World, unsigned Bus, unsigned Device, unsigned F
     return World.Space.Read({0, Bus, Device, Function}, 0, 2);
 }
 
-TEST(PcieRouting, DefaultHierarchyIsWhereItsBusNumbersSay) {
-    PcieWorld World;
-    const struct {
-        const char* Name;
-        PciAddress Where;
-        std::uint32_t Buses;  // primary, secondary, subordinate
-        unsigned HeaderType;
-    } Cases[] = {
-        {"port0", {0, 0, 1, 0}, 0x010100, 0x01},
-        {"nic0", {0, 1, 0, 0}, 0, 0x80},
-        {"nic1", {0, 1, 0, 1}, 0, 0x80},
-        {"port1", {0, 0, 2, 0}, 0x050200, 0x01},
-        {"switch", {0, 2, 0, 0}, 0x050302, 0x01},
-        {"bay0", {0, 3, 0, 0}, 0x040403, 0x01},
-        {"nvme0", {0, 4, 0, 0}, 0, 0x00},
-        {"bay1", {0, 3, 1, 0}, 0x050503, 0x01},
-        {"nvme1", {0, 5, 0, 0}, 0, 0x00},
-        {"port2", {0, 0, 3, 0}, 0x060600, 0x01},
-        {"port3", {0, 0x20, 1, 0}, 0x212120, 0x01},
-        {"accelerator", {0, 0x21, 0, 0}, 0, 0x00},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.Name);
-        EXPECT_EQ(World[Case.Name].Where(), Case.Where);
-        EXPECT_EQ(World.Space.Find(Case.Where), &World[Case.Name]);
-        EXPECT_EQ(World.Read(World[Case.Name], 0x0E, 1), Case.HeaderType);
-        if (Case.Buses != 0) {
-            EXPECT_EQ(World.Read(World[Case.Name], 0x18) & 0xFFFFFF, Case.Buses);
-        }
-    }
-    EXPECT_EQ(Vendor(World, 1, 0, 2), 0xFFFFu);
-    EXPECT_EQ(Vendor(World, 7, 0), 0xFFFFu) << "no bridge claims the bus";
-    EXPECT_EQ(World.Space.Read({3, 0, 0, 0}, 0, 4), 0xFFFFFFFFu) << "no such segment";
-}
-
 TEST(PcieRouting, FollowsTheBusNumbersThatSoftwareWrites) {
     PcieWorld World;
     PcieFunction& Port = World["port0"];
@@ -62,18 +27,6 @@ TEST(PcieRouting, FollowsTheBusNumbersThatSoftwareWrites) {
     World.Write(World["port1"], 0x1A, 3, 1);
     EXPECT_EQ(Vendor(World, 3, 1), 0x1000u);
     EXPECT_EQ(Vendor(World, 4, 0), 0xFFFFu);
-}
-
-TEST(PcieRouting, SleepingFunctionsAnswerAndSleepingBridgesForwardNothing) {
-    PcieWorld World;
-    World.Write(World["nvme0"], 0x44, 0x000B, 2);  // D3hot
-    EXPECT_EQ(Vendor(World, 4, 0), 0x1D9Bu);
-    EXPECT_TRUE(World["nvme0"].IsInD3Hot());
-    World.Write(World["bay0"], 0x44, 0x000B, 2);
-    EXPECT_EQ(Vendor(World, 3, 0), 0x1000u);
-    EXPECT_EQ(Vendor(World, 4, 0), 0xFFFFu);
-    World.Write(World["bay0"], 0x44, 0x0008, 2);
-    EXPECT_EQ(Vendor(World, 4, 0), 0x1D9Bu);
 }
 
 TEST(PcieRouting, RequestsThatNobodyAnswersAreLoggedWhereTheyEnd) {
@@ -141,37 +94,6 @@ TEST(PcieRouting, ProbesRaiseAnErrorUnlessTheyAreKeptFromIt) {
     EXPECT_EQ(Port.Peek(0x104, 4), 0u) << "masked advisory errors stay out of the uncorrectable status";
     EXPECT_EQ(Port.Peek(0x110, 4), 0x2000u);
     EXPECT_EQ(Port.Peek(0x52, 2), 0x9u) << "detected all the same";
-}
-
-TEST(PcieRouting, RegistersBehindBaseAddressesDecodeMemoryOnly) {
-    struct Counter : MmioDevice {
-        std::optional<std::uint64_t> Read(std::uint64_t Offset, unsigned) override {
-            return Offset == 0x10 ? std::optional<std::uint64_t>(Value) : std::nullopt;
-        }
-        bool Write(std::uint64_t Offset, unsigned, std::uint64_t New) override {
-            Value = New;
-            return Offset == 0x10;
-        }
-        std::uint64_t Value = 7;
-    } Device;
-    PcieWorld World;
-    PcieFunction& Card = World["accelerator"];
-    World.Fabric.MapBar(Card, 0, 0x10000, Device);
-    const std::uint64_t Base = Card.BarBase(0);
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x10, 4), 7u);
-    EXPECT_TRUE(World.Fabric.WriteMemory(Base + 0x10, 4, 9));
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x14, 4), std::nullopt);
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x100000, 4), std::nullopt) << "behind the port's window";
-    World.Write(Card, 0x10, static_cast<std::uint32_t>(Base + 0x20000) | 4);
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x10, 4), 0xFFFFFFFFu) << "in the port's window still";
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x20010, 4), 9u);
-    World.Write(Card, 0x04, 0x0004, 2);
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x20010, 4), 0xFFFFFFFFu) << "memory space is off";
-    EXPECT_TRUE(World.Fabric.WriteMemory(Base + 0x20010, 4, 1)) << "lost";
-    World.Write(Card, 0x04, 0x0006, 2);
-    World.Fabric.SetLink(World["port3"], false);
-    EXPECT_EQ(World.Fabric.ReadMemory(Base + 0x20010, 4), 0xFFFFFFFFu) << "the link is down";
-    EXPECT_EQ(Device.Value, 9u);
 }
 
 TEST(PcieRouting, BuildsOnlyWhatFits) {

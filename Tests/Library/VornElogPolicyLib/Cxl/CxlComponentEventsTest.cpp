@@ -24,21 +24,6 @@ void Handle(CxlMachine& Machine) {
     EXPECT_LE(Machine.Blocks(), Blocks + 4 * Filed);
 }
 
-TEST(CxlComponentEvents, EverySeverityBecomesARecordAndIsCleared) {
-    const struct {
-        unsigned Severity;
-        const char* Severities;
-    } Cases[] = {{0, "0x2 0x2"}, {1, "0x2 0x2"}, {2, "0x2 0x2"}, {3, "0x1 0x1"}};
-    for (const auto& Case : Cases) {
-        CxlMachine Machine;
-        Machine.Function.AddEvents(Case.Severity, 1);
-        Handle(Machine);
-        EXPECT_EQ(Machine.Records(), std::vector<std::string>{MEDIA + " " + Case.Severities + " 0x168"});
-        EXPECT_EQ(Machine.Function.Device.Logs().Status(), 0u);
-        EXPECT_EQ(Commands(Machine), 2u);
-    }
-}
-
 TEST(CxlComponentEvents, LogsAreReadUntilTheyAreEmpty) {
     const struct {
         unsigned PayloadExponent;
@@ -62,16 +47,6 @@ TEST(CxlComponentEvents, LogsAreReadUntilTheyAreEmpty) {
     }
 }
 
-TEST(CxlComponentEvents, EachSignaledLogIsRead) {
-    CxlMachine Machine;
-    Machine.Function.AddEvents(3, 2);
-    Machine.Function.AddEvents(0, 1);
-    Handle(Machine);
-    EXPECT_EQ(Machine.Records(), (std::vector<std::string>{MEDIA + " 0x2 0x2 0x168", MEDIA + " 0x1 0x1 0x168",
-                                                           MEDIA + " 0x1 0x1 0x168"}));
-    EXPECT_EQ(Commands(Machine), 4u);
-}
-
 TEST(CxlComponentEvents, AnEmptyLogIsNotCleared) {
     CxlMachine Machine;
     Machine.Function.AddEvents(2, 1);
@@ -80,22 +55,6 @@ TEST(CxlComponentEvents, AnEmptyLogIsNotCleared) {
     VornElogSmmHandleCxlComponentError(&State);
     EXPECT_TRUE(Machine.Records().empty());
     EXPECT_EQ(Commands(Machine), 1u);
-}
-
-TEST(CxlComponentEvents, AnUnknownKindIsClearedWithoutARecord) {
-    CxlMachine Machine;
-    Machine.Function.Device.Logs().Add(Machine.Function.Event(1, 0, UNKNOWN), 0);
-    Machine.Function.AddEvents(1, 1);
-    Handle(Machine);
-    EXPECT_EQ(Machine.Records().size(), 1u);
-    EXPECT_EQ(Machine.Function.Device.Logs().Status(), 0u);
-}
-
-TEST(CxlComponentEvents, OtherBitsOfTheFlagsDoNotRaiseTheSeverity) {
-    CxlMachine Machine;
-    Machine.Function.Device.Logs().Add(Machine.Function.Event(0x2C), 0);  // informational, and needs maintenance
-    Handle(Machine);
-    EXPECT_EQ(Machine.Records(), std::vector<std::string>{MEDIA + " 0x2 0x2 0x168"});
 }
 
 TEST(CxlComponentEvents, FailingCommandsLeaveTheLogForLater) {
@@ -155,42 +114,6 @@ TEST(CxlComponentEvents, ACountBeyondTheAnswerIsCut) {
     EXPECT_EQ(Machine.Records().size(), 2u);
     EXPECT_TRUE(Machine.Traced("ERROR Event Record Count 5, but the output holds 2\n"));
     EXPECT_EQ(Machine.Function.Device.Logs()[1].Size(), 3u);
-}
-
-TEST(CxlComponentEvents, NeedASignalAndTheSecondaryMailbox) {
-    {
-        CxlMachine Machine;
-        Machine.Function.AddEvents(0, 1);
-        PCI_DEVICE_STATE State = Machine.Signaled();
-        State.Cxl.ErrorStatus.ComponentDetected = FALSE;
-        VornElogSmmHandleCxlComponentError(&State);
-        State.Cxl.ErrorStatus.ComponentDetected = TRUE;
-        State.Cxl.IsCxl = FALSE;
-        VornElogSmmHandleCxlComponentError(&State);
-        VornElogSmmHandleCxlComponentError(nullptr);
-        EXPECT_EQ(Commands(Machine), 0u);
-    }
-    Simulator::CxlSetting Setting;
-    Setting.HasSecondaryMailbox = false;
-    CxlMachine Machine(Setting);
-    Machine.Function.AddEvents(0, 1);
-    Handle(Machine);
-    EXPECT_TRUE(
-        Machine.Traced("VornElogSmmHandleCxlComponentError: SBDF 0000:1F:00.0 ERROR unable to get mailbox "
-                       "address offset, exiting...\n"));
-    EXPECT_EQ(Machine.Function.Device.Primary().Commands(), 0u);
-}
-
-TEST(CxlComponentEvents, ADeviceThatVanishesEndsTheRun) {
-    CxlMachine Machine;
-    Machine.Function.AddEvents(0, 1);
-    Machine.Function.AddEvents(1, 1);
-    const PCI_DEVICE_STATE State = Machine.Signaled();
-    Machine.Function.Vanish();
-    const std::uint64_t Start = Machine.Sim.Now();
-    VornElogSmmHandleCxlComponentError(&State);
-    EXPECT_TRUE(Machine.Records().empty());
-    EXPECT_LE(Machine.Sim.Now() - Start, 2u * 2'000'000);
 }
 
 TEST(CxlComponentEvents, EveryFailingAllocationIsSurvived) {

@@ -86,45 +86,6 @@ TEST(LeakyBucket, CountsSaturateAndADeltaOf0Saturates) {
     EXPECT_THAT(Machine.Post(MemoryError().Errors(0)), ElementsAre("ppr 1 row 2abcd", "ppr saved", "health 02"));
 }
 
-TEST(LeakyBucket, WithoutAPageArrayTheRankIsCountedButSilent) {
-    MemoryMachine Machine;
-    Policy.pOsEsxiPageRetireInfo = nullptr;
-    EXPECT_THAT(Machine.Post(MemoryError().Errors(200)), IsEmpty());
-    EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, 200u);
-    EXPECT_EQ(Machine.Rows(), 1u);
-}
-
-TEST(PageRetire, The401stPageIsNotTracked) {
-    MemoryMachine Machine(1000);
-    for (UINT64 Page = 1; Page <= 400; Page++) {
-        ASSERT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, Page, 3), EFI_SUCCESS);
-    }
-    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 401, 3), EFI_BUFFER_TOO_SMALL);
-    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 400, 3), EFI_SUCCESS);
-    EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[399].CeccErrorCount, 6u);
-
-    const struct {
-        UINT64 Page;
-        EFI_STATUS Status;
-        UINT32 Index;
-        BOOLEAN Exceeded;
-    } Cases[] = {{400, EFI_SUCCESS, 399, TRUE}, {7, EFI_SUCCESS, 6, FALSE}, {401, EFI_NOT_FOUND, 0xDEADBEEF, FALSE}};
-    for (const auto& Case : Cases) {
-        UINT32 Index = 0;
-        BOOLEAN Exceeded = 7;
-        ESXI_PAGE_RETIRE_ENTRY* Entry = nullptr;
-        EXPECT_EQ(VornElogSmmIsEsxiMemoryPageRetireThresholdExceeded(5, Case.Page, &Index, &Entry, &Exceeded),
-                  Case.Status);
-        EXPECT_EQ(Index, Case.Index);
-        EXPECT_EQ(Exceeded, Case.Exceeded);
-        EXPECT_EQ(Entry, Policy.pOsEsxiPageRetireInfo) << "the first entry, whichever matched";
-    }
-    // A count that wraps to 0 frees its entry for the next page that looks.
-    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 200, 0xFFFFFFFD), EFI_SUCCESS);
-    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 401, 9), EFI_SUCCESS);
-    EXPECT_EQ(Policy.pOsEsxiPageRetireInfo[199].MemoryPageAddress, 401u);
-}
-
 TEST(LeakyBucket, RefusesWhatItCannotCount) {
     struct Case {
         const char* Name;

@@ -168,16 +168,4 @@ TEST_F(AerClasses, FlagsFollowFromRegistersAndScreens) {
     }
 }
 
-TEST_F(AerClasses, LegacyFunctionsAndMissingRecordsAreLeftAlone) {
-    PCI_DEVICE_STATE Legacy{};
-    Legacy.PciAddress = PackPciAddress(0, PcieMachine::BUS, 0, 0);  // nobody answers there: all ones
-    for (auto* Check : {VornElogSmmCheckPcieErrorFatal, VornElogSmmCheckPcieErrorUnsupportedRequest,
-                        VornElogSmmCheckPcieErrorNonFatal, VornElogSmmCheckPcieErrorCorrectable}) {
-        EXPECT_EQ(Check(&Legacy), EFI_SUCCESS);
-        EXPECT_EQ(Check(nullptr), EFI_INVALID_PARAMETER);
-    }
-    EXPECT_EQ(Flags(Legacy), "");
-    EXPECT_TRUE(Machine.Traced("VornElogSmmCheckPcieErrorNonFatal: ERROR pPciDeviceState == NULL, aborting...\n"));
-}
-
 }  // namespace

@@ -127,58 +127,6 @@ TEST_F(Classification, ACxlDeviceReportsItsInternalErrorsOnce) {
     }
 }
 
-TEST_F(Classification, AFunctionMayDieAtAnyRead) {
-    // A port of the platform's switch that has to look at everything: a removal, RP PIO, a write inside its window.
-    const auto MakePort = [&]() -> TestFunction& {
-        Machine.Clear();
-        auto& Port = Machine.Add(PcieMachine::ROOT_BUS, 2, 0, PcieSwitchDownstreamPort)
-                         .MakeBridge(PcieMachine::BUS, PcieMachine::BUS);
-        FailInEveryWay(Port);
-        Port.MakeNvmeSwitch(1)
-            .Set(VSEC, 4, DPC << 20 | 0x0001000B)
-            .Set(DPC, 4, 0x0001001D)
-            .Set(DPC + DPC_CAPABILITY, 2, RP_EXTENSIONS)
-            .Set(DPC + DPC_RP_PIO_STATUS, 4, 0x00010000)
-            .Set(DPC + DPC_RP_PIO_SYS_ERROR, 4, 0x00070707)
-            .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00100000)
-            .SetHeaderLog(MemoryWrite(0xFE000000))
-            .SetBar(0, 0xFE000004, 0xFFF00000)
-            .SetBar(1, 0x00000000, 0xFFFFFFFF)
-            .Set(PCIE + PCIE_SLOT_CAPABILITIES, 4, HOT_PLUG)
-            .Set(PCIE + PCIE_SLOT_STATUS, 2, PRESENT)
-            .Set(PCI_MEMORY_BASE, 4, 0x0000FFF0);
-        return Port;
-    };
-    auto& Healthy = MakePort();
-    Classify(PcieMachine::ROOT_BUS, 2);
-    const std::uint64_t AllReads = Healthy.Reads;
-    for (std::uint64_t Lifetime = 0; Lifetime < AllReads; Lifetime++) {
-        auto& Port = MakePort();
-        Port.Lifetime = Lifetime;
-        Classify(PcieMachine::ROOT_BUS, 2);
-        const PCIE_ERROR_STATUS& Errors = State.Pcie.ErrorStatus;
-        const std::string Found = Flags(State);
-        // What is handled was seen, and will be cleared.
-        EXPECT_TRUE(!Errors.HandleFatal || (Errors.DetectedFatal && Errors.ClearFatal)) << Lifetime << Found;
-        EXPECT_TRUE(!Errors.HandleUnsupportedRequest || Errors.ClearUnsupportedRequest) << Lifetime << Found;
-        EXPECT_TRUE(!Errors.HandleNonFatal || (Errors.DetectedNonFatal && Errors.ClearNonFatal)) << Lifetime << Found;
-        EXPECT_TRUE(!Errors.HandleCorrectable || Errors.ClearCorrectable) << Lifetime << Found;
-        EXPECT_TRUE(!Errors.HandleRpPioFatal || Errors.ClearRpPioFatal) << Lifetime << Found;
-        EXPECT_TRUE(!Errors.DetectedDpcEvent || !Errors.DetectedFatal) << Lifetime << Found;
-    }
-}
-
-TEST_F(Classification, QuietFunctionsCostTheirStatusRegisters) {
-    auto& Device = Machine.Add(PcieMachine::BUS, 0, 0, PcieEndpoint);
-    State = Machine.Capture(PcieMachine::BUS, 0, 0);
-    const std::uint64_t Captured = Device.Reads;
-    EXPECT_EQ(VornElogSmmIsPciErrorSignaled(&State), EFI_SUCCESS);
-    // Fatal and non-fatal: Status, Device Status, UNCERRSTS; unsupported request: the last two; correctable: Device
-    // Status and CORERRSTS.
-    EXPECT_EQ(Device.Reads - Captured, 10u);
-    EXPECT_EQ(Device.Writes, 0u);
-}
-
 TEST_F(Classification, EveryHandleFlagFindsItsHandler) {
     struct Case {
         const char* Name;

@@ -70,22 +70,6 @@ TEST_F(CxlErrors, ProtocolErrorsAreSortedByMaskAndSeverity) {
     }
 }
 
-TEST_F(CxlErrors, OnlyFunctionsWithCxl2RegistersHaveThem) {
-    SetLive(0x00, 0x4401);
-    SetLive(0x0C, 0x0002);
-    for (void (*Break)(PCI_DEVICE_STATE&) : {+[](PCI_DEVICE_STATE& State) { State.Cxl.IsCxl = FALSE; },
-                                             +[](PCI_DEVICE_STATE& State) { State.Cxl.CxlRevision = 0; },
-                                             +[](PCI_DEVICE_STATE& State) { State.Cxl.RasCapabilityAddress = 0; }}) {
-        PCI_DEVICE_STATE State = Function();
-        Break(State);
-        EXPECT_EQ(Check(State), "");
-    }
-    for (auto* CheckClass : {VornElogSmmCheckCxlProtocolErrorFatal, VornElogSmmCheckCxlProtocolErrorNonFatal,
-                             VornElogSmmCheckCxlProtocolErrorCorrectable, VornElogSmmCheckCxlComponentErrorStatus}) {
-        EXPECT_EQ(CheckClass(nullptr), EFI_INVALID_PARAMETER);
-    }
-}
-
 TEST_F(CxlErrors, EachEventLogIsASeverityInAllThreeSets) {
     for (std::uint64_t EventStatus = 0; EventStatus < 32; EventStatus++) {
         PCI_DEVICE_STATE State = Function();

@@ -137,34 +137,4 @@ TEST(DpcRecovery, DevicesBelowAreLoggedOnceAndCleared) {
     EXPECT_EQ(Check(), EFI_DEVICE_ERROR);
 }
 
-TEST(DpcDownstream, WhatKeepsTheDevicesBelowFromBeingLogged) {
-    struct Case {
-        const char* About;
-        void (*Prepare)(DpcMachine& Machine, TestFunction& Port);
-    };
-    for (const Case& Test :
-         {Case{"no buses", [](DpcMachine&, TestFunction&Port) { Port.MakeBridge(0, 0x24); }},
-          Case{"no port map", [](DpcMachine&, TestFunction&) { mPlatformApeiData->PciMapValid = 0; }},
-          Case{"no bus map", [](DpcMachine&, TestFunction&) { mRbBusMap = nullptr; }},
-          Case{"no memory", [](DpcMachine&Machine, TestFunction&) {
-                   Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1);
-               }}}) {
-        DpcMachine Machine;
-        TestFunction& Port = Machine.AddSwitch();
-        TestFunction& Device = Machine.AddDevice();
-        Device.Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00001000);
-        Test.Prepare(Machine, Port);
-        const std::uint64_t Blocks = Machine.Blocks();
-        PCIE_ALREADY_LOGGED AlreadyLogged{};
-        EXPECT_EQ(VornElogSmmCheckAndLogPcieDpcDownstream(0, DpcMachine::PORT_BUS, 4, 0, FALSE, &AlreadyLogged),
-                  FALSE)
-            << Test.About;
-        EXPECT_THAT(Machine.Sel(), IsEmpty()) << Test.About;
-        EXPECT_EQ(Device.Peek(AER + AER_UNCORRECTABLE_STATUS, 4), 0x1000u) << Test.About;
-        EXPECT_EQ(Machine.Blocks(), Blocks) << Test.About;
-    }
-    const DpcMachine Machine;
-    EXPECT_EQ(VornElogSmmCheckAndLogPcieDpcDownstream(0, DpcMachine::PORT_BUS, 4, 0, FALSE, nullptr), FALSE);
-}
-
 }  // namespace

@@ -152,38 +152,4 @@ TEST(PcieUceCount, PortsThatDifferInTheirSegmentShareACounter) {
     EXPECT_TRUE(BytesAre(std::vector<UINT8>(Node + 24, Node + 32), "21 03 01 00 00 00 00 00"));
 }
 
-TEST(PcieUceCount, WhatCannotBeCountedIsTraced) {
-    DpcMachine Machine;
-    Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1);
-    EXPECT_EQ(IncrementPcieUceCount(0, 0x21, 3, 1), EFI_OUT_OF_RESOURCES);
-    EXPECT_TRUE(Machine.Traced("ERROR pPcieUceCounter mem allocation returned NULL, aborting...\n"));
-    EXPECT_TRUE(IsListEmpty(Policy.pPcieUceCounterList));
-    EXPECT_EQ(IncrementPcieUceCount(0, 0x21, 3, 1), EFI_SUCCESS);
-    PcieUceCounter(Policy.pPcieUceCounterList->ForwardLink)->Signature++;
-    GetPcieUceLimitStatus(0, 0x21, 3, 1, FALSE);
-    EXPECT_TRUE(Machine.Traced("CR has Bad Signature"));
-    Policy.pPcieUceCounterList = nullptr;
-    EXPECT_EQ(IncrementPcieUceCount(0, 0x21, 3, 1), EFI_NOT_FOUND);
-    EXPECT_EQ(GetPcieUceLimitStatus(0, 0x21, 3, 1, FALSE), PcieUceUnderLimit);
-}
-
-TEST(PcieUceCount, APortAtItsLimitFallsSilent) {
-    struct Case {
-        UINT32 Errors;
-        BOOLEAN IsRootPort, IsEventCollector;
-        UINT16 DeviceControl, RootControl;
-    };
-    for (const Case& Test : {Case{15, 1, 0, 0xABCF, 0x123F}, Case{16, 1, 0, 0xABC8, 0x1238},
-                             Case{17, 0, 1, 0xABC8, 0x1238}, Case{16, 0, 0, 0xABC8, 0x123F}}) {
-        DpcMachine Machine;
-        Machine.RootPort->Set(PCIE + PCIE_DEVICE_CONTROL, 2, 0xABCF).Set(PCIE + PCIE_ROOT_CONTROL, 2, 0x123F);
-        for (UINT32 Error = 0; Error < Test.Errors; Error++) {
-            IncrementPcieUceCount(0, DpcMachine::RP_BUS, 1, 0);
-        }
-        CheckForUceLimit(0, DpcMachine::RP_BUS, 1, 0, Test.IsRootPort, Test.IsEventCollector, PCIE);
-        EXPECT_EQ(Machine.RootPort->Peek(PCIE + PCIE_DEVICE_CONTROL, 2), Test.DeviceControl) << Test.Errors;
-        EXPECT_EQ(Machine.RootPort->Peek(PCIE + PCIE_ROOT_CONTROL, 2), Test.RootControl) << Test.Errors;
-    }
-}
-
 }  // namespace

@@ -83,25 +83,6 @@ TEST(PcieRecord, CarriesTheFunctionsChipsetData) {
     }
 }
 
-// The record, its chipset data, the two copies, the storm check's entry, the queue's copy of that and its node: each
-// may find no memory.
-TEST(PcieRecord, NothingLeaksWhereMemoryRunsOut) {
-    std::vector<UINT32> Kept;
-    for (std::uint64_t Skip = 0; Skip < 7; Skip++) {
-        PcieMachine Machine;
-        PCI_DEVICE_STATE State = Endpoint();
-        QueueAdd(Policy.pQueuePciDeviceData, &State, sizeof(State));
-        const std::uint64_t Blocks = Machine.Blocks();
-        Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1, Skip);
-        VornElogSmmHandlePciError(&State);
-        Kept.push_back(Filed());
-        // A filed record keeps its two copies; a node that could not be had leaves the storm queue's copy.
-        const std::uint64_t StormCopies = Skip == 6 ? 1 : 0;
-        EXPECT_EQ(Machine.Blocks(), Blocks + 2 * Filed() + StormCopies) << Skip;
-    }
-    EXPECT_EQ(Kept, (std::vector<UINT32>{0, 0, 0, 0, 1, 1, 1}));
-}
-
 TEST(PcieRecord, AFullBufferLosesTheRecord) {
     PcieMachine Machine;
     TestRecord Record(gCperSectionPcieGuid, 2, 208);
@@ -113,19 +94,6 @@ TEST(PcieRecord, AFullBufferLosesTheRecord) {
     EXPECT_TRUE(
         Machine.Traced("VornElogSmmProcessErrorRecordPcie: ERROR adding element to finite buffer, aborting..."));
     EXPECT_EQ(Policy.SmiStormQueue->NumElements, 0u);
-}
-
-TEST(PcieRecord, RefusesRecordsThatAreNone) {
-    PcieMachine Machine;
-    TestRecord Record(gCperSectionPcieGuid, 2, 208), Short(gCperSectionPcieGuid, 2, 208);
-    Short.Cper()->Header.RecordLength = 199;
-    for (auto* Process : {VornElogSmmProcessErrorRecordPcie, VornElogSmmProcessErrorRecordCxlProtocol,
-                          VornElogSmmProcessErrorRecordCxlComponent}) {
-        EXPECT_EQ(Process(nullptr, &Record.Data), EFI_INVALID_PARAMETER);
-        EXPECT_EQ(Process(Record.Cper(), nullptr), EFI_INVALID_PARAMETER);
-        EXPECT_EQ(Process(Short.Cper(), &Short.Data), EFI_INVALID_PARAMETER);
-    }
-    EXPECT_EQ(Filed(), 0u);
 }
 
 // Only ports count their containment themselves, and only for an OS that recovers it.
@@ -148,21 +116,6 @@ TEST(PcieRecord, TheStormCheckLeavesOutContainmentThatTheOsRecovers) {
         EXPECT_EQ(Machine.Traced("CPER reports PCIe root port or switch downstream port DPC event, skipping"),
                   Test.Counted == 0);
     }
-}
-
-TEST(PcieRecord, AStormSwitchesTheFunctionsReportingOff) {
-    PcieMachine Machine;
-    TestFunction& Function = Machine.Add(0x4E, 0x0A, 1, PcieEndpoint);
-    Function.SetWritable(PCIE + PCIE_DEVICE_CONTROL, 2, 0xFFFF);
-    PCI_DEVICE_STATE State = Machine.Capture(0x4E, 0x0A, 1);
-    State.Pcie.ErrorStatus.DetectedFatal = State.Pcie.ErrorStatus.HandleFatal = TRUE;
-    SetCapturedRegister32(State.AerCapability, AER_UNCORRECTABLE_STATUS, 0x00040000);
-    QueueAdd(Policy.pQueuePciDeviceData, &State, sizeof(State));
-    for (int Errors = 1; Errors <= 10; Errors++) {
-        EXPECT_EQ(Function.Peek(PCIE + PCIE_DEVICE_CONTROL, 2), 0x000Fu) << Errors;
-        VornElogSmmHandlePciError(&State);
-    }
-    EXPECT_EQ(Function.Peek(PCIE + PCIE_DEVICE_CONTROL, 2), 0x000Bu);
 }
 
 TEST(RecordFunction, IsReadFromEachKindOfSection) {

@@ -172,18 +172,6 @@ TEST(PostProcessPcie, DecidesByModePostAndStorm) {
     }
 }
 
-TEST(PostProcessPcie, TheEndOfPostIsRemembered) {
-    PostProcessMachine Machine(Mode(true, false));
-    Machine.Queue(StateOf(0x4E, 0, 0, PcieEndpoint));
-    Machine.File(PcieRecord(0x4E, 0, 0, 2, 2));
-    EXPECT_EQ(Policy.PciePostCompleteForCper, FALSE);
-    Machine.Run();
-    EXPECT_EQ(Policy.PciePostCompleteForCper, TRUE);
-    Machine.Fail("SmmLocateProtocol", EFI_NOT_FOUND);
-    Machine.Run();
-    EXPECT_EQ(Machine.Events("ghes-log", "severity").size(), 1u);
-}
-
 // Events name the function (DE 16 74, segment and class, function, bus): class 1, severity 3 fatal.
 TEST(PostProcessPcie, ADownstreamDeviceSendsEventAndIdEachTimeAndTheRootPortOnce) {
     PostProcessMachine Machine;
@@ -298,84 +286,6 @@ TEST(PostProcessPcie, AnEventCollectorSpeaksForItself) {
     EXPECT_EQ(Machine.Sel(), Expected);
 }
 
-TEST(PostProcessPcie, LegacyFunctionsSendWhatTheirStatusShows) {
-    const struct {
-        UINT16 Status;
-        UINT32 Descriptor;
-        Bodies Events;
-        bool HasIds, IsNotified;
-    } Tests[] = {
-        {0x4010, 1, {"13 05 6F A5 51 4E"}, true, true},
-        {0x8010, 1, {"13 04 6F A4 51 4E"}, true, true},
-        {0xC110, 1, {"13 05 6F A5 51 4E", "13 04 6F A4 51 4E"}, true, true},
-        {0x0110, 1, {}, false, true},
-        {0x4010, 0, {}, false, false},
-    };
-    for (const auto& Test : Tests) {
-        PostProcessMachine Machine;
-        PCI_DEVICE_STATE State = StateOf(0x4E, 0x0A, 1, PcieEndpoint);
-        State.PcieCapabilityOffset = 0;
-        SetCapturedRegister16(State.PciHeader, PCI_STATUS, Test.Status);
-        Machine.Queue(State);
-        Machine.File(PcieRecord(0x4E, 0x0A, 1, 1, Test.Descriptor));
-        Machine.Run();
-        Bodies Expected = Test.Events;
-        if (Test.HasIds) {
-            Expected << Ids;
-        }
-        EXPECT_EQ(Machine.Sel(), Expected);
-        EXPECT_EQ(ApeiSciCause, Test.IsNotified ? 0x20000000u : 0u);
-    }
-}
-
-TEST(PostProcessPcie, ACxlFunctionsProtocolErrorIsLoggedWithItsProtocolRecordOnly) {
-    PostProcessMachine Machine;
-    PCI_DEVICE_STATE State = StateOf(0x4E, 0, 0, PcieEndpoint);
-    State.Cxl.IsCxl = State.Cxl.RasCapabilityValid = TRUE;
-    State.Cxl.RasCapability[0] = 0x00000401;
-    State.Cxl.ErrorStatus.HandleNonFatal = TRUE;
-    State.AerOffset = 0x100;
-    SetCapturedRegister32(State.AerCapability, AER_UNCORRECTABLE_STATUS, 0x00400000);
-    Machine.Queue(State);
-    CPER_RECORD& Record = Machine.File(PcieRecord(0x4E, 0, 0, 0, 0));
-    Machine.Run();
-    EXPECT_THAT(Machine.Sel(), IsEmpty());
-    EXPECT_TRUE(
-        Machine.Traced("SBDF 0000:4E:00.0 previously handled CXL Fatal 0 Non-Fatal 1 Correctable 0, skip SEL "
-                       "logging..."));
-    EXPECT_EQ(Record.Descriptor.Severity, 1u);
-    EXPECT_EQ(Machine.Events("ghes-log", "severity").size(), 1u);
-
-    VornElogSmmClearErrorRecordBuffersPci();
-    Machine.File(CxlProtocolRecord(0x4E, 0, 0));
-    Machine.Run();
-    Bodies Expected;
-    Expected << "DF 1D 74 07 00 4E" << Ids << RootPortData << "C1 1A 7E 01 06 40"
-             << "C1 57 7E 00 01 04";
-    EXPECT_EQ(Machine.Sel(), Expected);
-}
-
-TEST(PostProcessPcie, AContainedPortIsTheOssOrTheFirmwares) {
-    for (const bool IsDpcOs : {false, true}) {
-        PostProcessMachine Machine;
-        RAS_ACPI_SMM_DATA Shared{};
-        Shared.DpcAwareOs[0] = {static_cast<UINT16>(IsDpcOs ? 0x0C09 : 0x0C0A), 0};
-        Policy.pKyrRasAcpiSmmData = &Shared;
-        PCI_DEVICE_STATE State = StateOf(0x0C, 1, 1, PcieRootPort);
-        State.DpcOffset = 0x180;
-        State.Pcie.ErrorStatus.DetectedDpcEvent = State.Pcie.ErrorStatus.HandleDpcEvent = TRUE;
-        Machine.Queue(State);
-        PcieRecord Record(0x0C, 1, 1, 0, 0, PcieRootPort);
-        Record.Data.Pci.DpcEvent = TRUE;
-        Record.Data.Pci.DpcOsLoaded = IsDpcOs;
-        Machine.File(Record);
-        Machine.Run();
-        EXPECT_EQ(ApeiSciCause, IsDpcOs ? 0x40000000u : 0x20000000u);
-        EXPECT_EQ(Machine.Events("ghes-log", "severity").size(), IsDpcOs ? 0u : 1u);
-        EXPECT_EQ(VornApeiIssueNmiFlag, !IsDpcOs);
-    }
-}
-
 TEST(PostProcessPcie, ARecordThatFailsDoesNotStopTheWalk) {
     PostProcessMachine Machine;
     Machine.Queue(StateOf(0x4E, 0, 0, PcieEndpoint));
@@ -416,28 +326,6 @@ TEST(PostProcessPcie, TheHighestSeverityIsFoldedInOrderFromCorrectedOn) {
         EXPECT_EQ(Header, Test.Header);
         EXPECT_EQ(Descriptor, Test.Descriptor);
     }
-}
-
-TEST(PostProcessPcie, RefusesNullArguments) {
-    PostProcessMachine Machine;
-    PcieRecord Record(0x4E, 0, 0, 0, 1);
-    PCIE_ALREADY_LOGGED Logged{};
-    BOOLEAN Required = 0xEE;
-    UINT32 Cause = 0xEE;
-    for (auto* Step : {VornElogSmmPostProcessErrorRecordPcie, VornElogSmmPostProcessErrorRecordCxlProtocol,
-                       VornElogSmmPostProcessErrorRecordCxlComponent}) {
-        Step(nullptr, &Logged, &Required, &Cause);
-        Step(Record.Cper(), nullptr, &Required, &Cause);
-        Step(Record.Cper(), &Logged, nullptr, &Cause);
-        Step(Record.Cper(), &Logged, &Required, nullptr);
-    }
-    EXPECT_EQ(Required, 0xEE);
-    EXPECT_EQ(Cause, 0xEEu);
-    for (auto* Step :
-         {VornElogSmmPostProcessErrorRecordPcieOrCxlRootPort, VornElogSmmPostProcessErrorRecordPcieOrCxlDsDevice}) {
-        Step(Record.Cper(), nullptr, nullptr, nullptr, nullptr, nullptr, &Logged, &Required);
-    }
-    EXPECT_THAT(Machine.Sel(), IsEmpty());
 }
 
 }  // namespace

@@ -131,31 +131,6 @@ TEST_F(UnsupportedRequest, WithoutAerOnlyTheStatesOfTheFunctionCount) {
     EXPECT_FALSE(IsHandled());
 }
 
-TEST_F(UnsupportedRequest, APcie10DeviceStopsReportingThem) {
-    for (const bool HasAer : {true, false}) {
-        AddRootPort();
-        auto& Device = AddDevice(0, HasAer)
-                           .Set(PCIE + PCIE_DEVICE_CAPABILITIES, 4, 0)
-                           .Set(PCIE + PCIE_DEVICE_CONTROL, 2, 0x281F);
-        Device.SetWritable(PCIE + PCIE_DEVICE_CONTROL, 4, 0x0000FFFF);
-        if (HasAer) {
-            Device.Set(AER + AER_UNCORRECTABLE_MASK, 4, 0x00010000);
-            Device.SetWritable(AER + AER_UNCORRECTABLE_MASK, 4, 0xFFFFFFFF);
-        }
-        PCI_DEVICE_STATE State = Capture();
-        EXPECT_FALSE(IsHandled(State));
-        EXPECT_EQ(State.Pcie.ErrorStatus.UnsupportedRequestScreened, TRUE);
-        EXPECT_EQ(Device.Peek(PCIE + PCIE_DEVICE_CONTROL, 2), 0x2815u);  // non-fatal and UR reporting off
-        EXPECT_EQ(Device.Peek(AER + AER_UNCORRECTABLE_MASK, 4), HasAer ? 0x00110000u : 0u);
-        EXPECT_EQ(Device.Writes, HasAer ? 2u : 1u);
-    }
-    EXPECT_TRUE(Machine.Traced("SBDF 0000:0D:00.0 is PCIe 1.0 device, disabling UR and ignoring UR error status\n"));
-    auto& Broken =
-        AddDevice().Set(PCIE + PCIE_DEVICE_CAPABILITIES, 4, 0).Set(AER + AER_UNCORRECTABLE_STATUS, 4, UR | MALFORMED);
-    EXPECT_TRUE(IsHandled());  // fatal errors come first
-    EXPECT_EQ(Broken.Writes, 0u);
-}
-
 TEST_F(UnsupportedRequest, AWriteForASleepingNeighbourIsNamedButNeverHandled) {
     const char* const Named = "Device in D3Hot and BAR on device positively decodes UR MMIO address, ignore error\n";
     const struct {
@@ -237,25 +212,6 @@ TEST_F(UnsupportedRequest, AWriteToAPulledDriveOfTheNvmeSwitchIsIgnored) {
                   !Case.Expected)
             << Case.Name;
     }
-}
-
-TEST_F(UnsupportedRequest, BadArgumentsAndLegacyFunctionsAreRefused) {
-    BOOLEAN Handle = 2;
-    PCI_DEVICE_STATE Legacy{};
-    EXPECT_EQ(VornElogSmmValidatePcieUnsupportedRequest(nullptr, &Handle), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmValidatePcieUnsupportedRequest(&Legacy, nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Handle, 2);
-    EXPECT_EQ(VornElogSmmValidatePcieUnsupportedRequest(&Legacy, &Handle), EFI_UNSUPPORTED);
-    EXPECT_EQ(Handle, FALSE);
-    BOOLEAN Answers[3] = {2, 2, 2};
-    EXPECT_EQ(VornElogSuppressUnsupportedRequest(nullptr, &Answers[0], &Answers[1], &Answers[2]),
-              EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSuppressUnsupportedRequest(&Legacy, &Answers[0], nullptr, &Answers[2]), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Answers[0] + Answers[1] + Answers[2], 6);
-    EXPECT_EQ(VornElogSuppressUnsupportedRequest(&Legacy, &Answers[0], &Answers[1], &Answers[2]), EFI_UNSUPPORTED);
-    EXPECT_EQ(Answers[0] + Answers[1] + Answers[2], 0);
-    EXPECT_EQ(VornElogRestoreUnsupportedRequest(nullptr, 1, 1, 1), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogRestoreUnsupportedRequest(&Legacy, 1, 1, 1), EFI_UNSUPPORTED);
 }
 
 TEST_F(UnsupportedRequest, AScanLeavesNoTraceAtTheRootPort) {

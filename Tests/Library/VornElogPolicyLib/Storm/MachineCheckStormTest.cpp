@@ -128,37 +128,6 @@ TEST(MachineCheckStorm, WhatIsNoRecordToCountIsRefused) {
     EXPECT_EQ(Machine.Entries(), 1u);
 }
 
-TEST(MachineCheckStorm, ACheckThatFindsNoMemoryIsNoStormAndTheNextOneCounts) {
-    // The entry, its copy in the queue, the copy's node. A queue that got the copy but no node keeps the copy.
-    for (const unsigned Allocation : {0, 1, 2}) {
-        SCOPED_TRACE(Allocation);
-        StormMachine Machine;
-        for (unsigned Number = 0; Number < 9; Number++) {
-            EXPECT_FALSE(Machine.IsStorm(BankRecord(0, 5, CORRECTED), 0));
-        }
-        const std::uint64_t Blocks = Machine.Blocks();
-        Machine.Fail("SmmAllocatePool", EFI_OUT_OF_RESOURCES, 1, Allocation);
-        BankRecord Tenth(0, 5, CORRECTED);
-        BOOLEAN Storm = 0xEE;
-        EXPECT_EQ(Machine.Check(Tenth, 0, &Storm), EFI_OUT_OF_RESOURCES);
-        EXPECT_EQ(Storm, FALSE);
-        EXPECT_EQ(Machine.Entries(), 9u);
-        EXPECT_EQ(Machine.Blocks(), Blocks + (Allocation == 2 ? 1 : 0));
-        EXPECT_TRUE(Machine.Traced(Allocation == 0
-                                       ? "VornElogSmmCheckSmiStorm: ERROR Out of Resources allocating"
-                                       : "VornElogSmmCheckSmiStorm: ERROR Out of Resources unable to add new error "
-                                         "record data to SMI storm queue, aborting..."));
-        EXPECT_TRUE(Machine.IsStorm(Tenth, 0));
-    }
-
-    StormMachine Machine;
-    Policy.SmiStormQueue = nullptr;
-    BankRecord Error(0, 5, CORRECTED);
-    BOOLEAN Storm = 0xEE;
-    EXPECT_EQ(Machine.Check(Error, 0, &Storm), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Storm, FALSE);
-}
-
 // 27 or 28 errors a second from a source that nothing silences: what is remembered is what came in the last 10 s.
 TEST(MachineCheckStorm, AHundredThousandErrorsInAnHourNeedNoMoreMemoryThanTheLastTenSeconds) {
     constexpr unsigned Errors = 100'000;

@@ -1,7 +1,6 @@
 // Storms of PCIe, CXL and PCI errors: which errors are alike, which functions are counted together, what is marked.
 #include <gtest/gtest.h>
 
-#include "Library/VornElogPolicyLib/Storm/StormCount.h"
 #include "Tests/Library/VornElogPolicyLib/Storm/StormMachine.h"
 
 namespace {
@@ -21,16 +20,11 @@ void SetAerCorrectable(PCI_DEVICE_STATE& State, UINT32 Status, UINT32 Mask) {
     Put32(State.AerCapability, 0x10, Status);
     Put32(State.AerCapability, 0x14, Mask);
 }
-void SetRas(PCI_DEVICE_STATE& State, const Uncorrectable& Registers) {
+void SetRas(PCI_DEVICE_STATE& State, const Uncorrectable& Registers, UINT32 Correctable, UINT32 CorrectableMask) {
     State.Cxl.IsCxl = State.Cxl.RasCapabilityValid = TRUE;
-    State.Cxl.RasCapability[0] = Registers.Status;
-    State.Cxl.RasCapability[1] = Registers.Mask;
-    State.Cxl.RasCapability[2] = Registers.Severity;
-}
-void SetRasCorrectable(PCI_DEVICE_STATE& State, UINT32 Status, UINT32 Mask) {
-    State.Cxl.IsCxl = State.Cxl.RasCapabilityValid = TRUE;
-    State.Cxl.RasCapability[3] = Status;
-    State.Cxl.RasCapability[4] = Mask;
+    UINT32* const Ras = State.Cxl.RasCapability;
+    const UINT32 Words[] = {Registers.Status, Registers.Mask, Registers.Severity, Correctable, CorrectableMask};
+    std::copy(std::begin(Words), std::end(Words), Ras);
 }
 
 // The marks as text, those that are set: one letter each, in the order of the fields.
@@ -56,18 +50,65 @@ std::string Marks(const PCI_DEVICE_STATE& State) {
     return Set;
 }
 
-// Ten errors in ten seconds, each in an SMI of its own with the state that Errors[Number % size] makes. Returns the
-// marks after each.
-using Make = void (*)(PCI_DEVICE_STATE&);
-std::vector<std::string> RunErrors(StormMachine& Machine, const std::vector<Make>& Errors, bool IsCxlRecord,
+enum Class : unsigned {
+    FATAL = 1,
+    NON_FATAL = 2,
+    CORRECTABLE = 4,
+    RP_PIO = 8,
+    SERR = 16,
+    PERR = 32,
+    CXL_FATAL = 64,
+    CXL_NON_FATAL = 128,
+    CXL_CORRECTABLE = 256
+};
+struct Error {
+    unsigned Detected;  // classes
+    // Of AER, or of the RAS capability for CXL classes.
+    Uncorrectable Registers{};
+    UINT32 CorrectableStatus = 0, CorrectableMask = 0;
+    UINT16 Command = 0;
+
+    void Show(PCI_DEVICE_STATE& State) const {
+        PCIE_ERROR_STATUS& Pcie = State.Pcie.ErrorStatus;
+        CXL_ERROR_STATUS& Cxl = State.Cxl.ErrorStatus;
+        const std::pair<UINT8&, unsigned> Flags[] = {{Pcie.DetectedFatal, FATAL},
+                                                     {Pcie.DetectedNonFatal, NON_FATAL},
+                                                     {Pcie.DetectedCorrectable, CORRECTABLE},
+                                                     {Pcie.DetectedRpPioFatal, RP_PIO},
+                                                     {State.LegacyPci.DetectedSerr, SERR},
+                                                     {State.LegacyPci.DetectedPerr, PERR},
+                                                     {Cxl.DetectedFatal, CXL_FATAL},
+                                                     {Cxl.DetectedNonFatal, CXL_NON_FATAL},
+                                                     {Cxl.DetectedCorrectable, CXL_CORRECTABLE}};
+        for (const auto& [Flag, Bit] : Flags) {
+            Flag |= (Detected & Bit) != 0 ? TRUE : FALSE;
+        }
+        if (Detected >= CXL_FATAL) {
+            SetRas(State, Registers, CorrectableStatus, CorrectableMask);
+        } else {
+            SetAer(State, Registers);
+            SetAerCorrectable(State, CorrectableStatus, CorrectableMask);
+        }
+        State.PciHeader[4] = static_cast<UINT8>(Command);
+        State.PciHeader[5] = static_cast<UINT8>(Command >> 8);
+    }
+};
+
+// Ten errors in ten seconds, each in an SMI of its own: Errors by turns, or all of them at once. Returns the marks
+// after each.
+std::vector<std::string> RunErrors(StormMachine& Machine, const std::vector<Error>& Errors, bool AtOnce = false,
                                    unsigned Times = 10) {
     std::vector<std::string> After;
     for (unsigned Number = 0; Number < Times; Number++) {
         PCI_DEVICE_STATE State = EndpointState(BUS);
-        Errors[Number % Errors.size()](State);
+        for (std::size_t At = 0; At < Errors.size(); At++) {
+            if (AtOnce || At == Number % Errors.size()) {
+                Errors[At].Show(State);
+            }
+        }
         Machine.Capture({&State});
-        const bool Storm = IsCxlRecord ? Machine.IsStorm(CxlProtocolStormRecord(BUS), Number)
-                                       : Machine.IsStorm(PcieStormRecord(BUS), Number);
+        const bool Storm = State.Cxl.IsCxl != FALSE && !AtOnce ? Machine.IsStorm(CxlProtocolStormRecord(BUS), Number)
+                                                               : Machine.IsStorm(PcieStormRecord(BUS), Number);
         After.push_back(Marks(Machine.Captured()));
         EXPECT_EQ(Storm, !After.back().empty()) << "error " << Number + 1;
     }
@@ -75,144 +116,54 @@ std::vector<std::string> RunErrors(StormMachine& Machine, const std::vector<Make
 }
 
 TEST(PciStorm, TenErrorsThatShareABitOfTheirClassAreOne) {
-    struct Case {
+    const struct {
         const char* Name;
-        bool IsCxlRecord;
-        std::vector<Make> Errors;
+        std::vector<Error> Errors;  // by turns
         const char* MarksOfTenth;
-    };
-    const std::vector<Case> Cases{
-        {"correctable",
-         false,
-         {[](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x41, 0x2000); }},
-         " pcie all correctable"},
-        {"correctable, two errors that share one bit",
-         false,
-         {[](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x41, 0); },
-          [](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0xC0, 0); }},
-         " pcie all correctable"},
-        {"correctable, disjoint bits",
-         false,
-         {[](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x01, 0); },
-          [](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x40, 0); }},
+    } Cases[] = {
+        {"correctable", {{CORRECTABLE, {}, 0x41, 0x2000}}, " pcie all correctable"},
+        {"correctable, one bit shared", {{CORRECTABLE, {}, 0x41}, {CORRECTABLE, {}, 0xC0}}, " pcie all correctable"},
+        {"correctable, disjoint bits", {{CORRECTABLE, {}, 0x01}, {CORRECTABLE, {}, 0x40}}, ""},
+        {"the shared bit is masked", {{CORRECTABLE, {}, 0x41, 0x40}, {CORRECTABLE, {}, 0xC0}}, ""},
+        {"bits without the class's detection", {{0, {}, 0x41}}, ""},
+        {"fatal", {{FATAL, {0x00040010, 0, 0x00040000}}}, " uncorrected pcie all fatal"},
+        {"the shared bit is fatal in one of them only",
+         {{FATAL, {0x00040010, 0, 0x00040000}}, {FATAL, {0x00040010, 0, 0x00000010}}},
          ""},
-        {"correctable, the shared bit is masked",
-         false,
-         {[](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x41, 0x40); },
-          [](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0xC0, 0x00); }},
-         ""},
-        {"bits without the class's detection", false, {[](auto& S) { SetAerCorrectable(S, 0x41, 0); }}, ""},
-        {"fatal",
-         false,
-         {[](auto& S) {
-             S.Pcie.ErrorStatus.DetectedFatal = 1, SetAer(S, {0x00040010, 0, 0x00040000});
-         }},
-         " uncorrected pcie all fatal"},
-        {"fatal, the shared bit is fatal in one of them only",
-         false,
-         {[](auto& S) {
-              S.Pcie.ErrorStatus.DetectedFatal = 1, SetAer(S, {0x00040010, 0, 0x00040000});
-          },
-          [](auto& S) {
-              S.Pcie.ErrorStatus.DetectedFatal = 1, SetAer(S, {0x00040010, 0, 0x00000010});
-          }},
-         ""},
-        {"non-fatal",
-         false,
-         {[](auto& S) {
-             S.Pcie.ErrorStatus.DetectedNonFatal = 1, SetAer(S, {0x00104000, 0x00100000, 0});
-         }},
-         " uncorrected pcie all non-fatal"},
-        {"fatal and non-fatal and correctable at once",
-         false,
-         {[](auto& S) {
-             S.Pcie.ErrorStatus.DetectedFatal = S.Pcie.ErrorStatus.DetectedNonFatal = 1;
-             S.Pcie.ErrorStatus.DetectedCorrectable = 1;
-             SetAer(S, {0x00044000, 0, 0x00040000});
-             SetAerCorrectable(S, 0x1000, 0);
-         }},
+        {"non-fatal", {{NON_FATAL, {0x00104000, 0x00100000, 0}}}, " uncorrected pcie all non-fatal"},
+        {"all three at once",
+         {{FATAL | NON_FATAL | CORRECTABLE, {0x00044000, 0, 0x00040000}, 0x1000}},
          " uncorrected pcie all fatal non-fatal correctable"},
-        {"two classes by turns",
-         false,
-         {[](auto& S) {
-              S.Pcie.ErrorStatus.DetectedFatal = 1, SetAer(S, {0x00040000, 0, 0x00040000});
-          },
-          [](auto& S) {
-              S.Pcie.ErrorStatus.DetectedNonFatal = 1, SetAer(S, {0x00004000, 0, 0x00040000});
-          }},
-         ""},
-        {"RP PIO",
-         false,
-         {[](auto& S) { S.Pcie.ErrorStatus.DetectedRpPioFatal = 1; }},
-         " uncorrected pcie all rp-pio"},
-        {"system errors, enabled",
-         false,
-         {[](auto& S) { S.LegacyPci.DetectedSerr = 1, S.PciHeader[5] = 0x01; }},
-         " legacy"},
-        {"system errors, not enabled", false, {[](auto& S) { S.LegacyPci.DetectedSerr = 1; }}, ""},
-        {"parity errors, answered",
-         false,
-         {[](auto& S) { S.LegacyPci.DetectedPerr = 1, S.PciHeader[4] = 0x40; }},
-         " legacy"},
-        {"system and parity errors by turns",
-         false,
-         {[](auto& S) { S.LegacyPci.DetectedSerr = 1, S.PciHeader[4] = 0x40, S.PciHeader[5] = 0x01; },
-          [](auto& S) { S.LegacyPci.DetectedPerr = 1, S.PciHeader[4] = 0x40, S.PciHeader[5] = 0x01; }},
-         ""},
-        {"CXL fatal",
-         true,
-         {[](auto& S) {
-             S.Cxl.ErrorStatus.DetectedFatal = 1, SetRas(S, {0x4001, 0, 0x4000});
-         }},
-         " cxl-uncorrected cxl cxl-all cxl-fatal"},
-        {"CXL non-fatal",
-         true,
-         {[](auto& S) {
-             S.Cxl.ErrorStatus.DetectedNonFatal = 1, SetRas(S, {0x4001, 0, 0x4000});
-         }},
-         " cxl-uncorrected cxl cxl-all cxl-non-fatal"},
-        {"CXL fatal, disjoint bits",
-         true,
-         {[](auto& S) {
-              S.Cxl.ErrorStatus.DetectedFatal = 1, SetRas(S, {0x4000, 0, 0x4001});
-          },
-          [](auto& S) {
-              S.Cxl.ErrorStatus.DetectedFatal = 1, SetRas(S, {0x0001, 0, 0x4001});
-          }},
-         ""},
-        {"CXL correctable, masked",
-         true,
-         {[](auto& S) { S.Cxl.ErrorStatus.DetectedCorrectable = 1, SetRasCorrectable(S, 0x40, 0x40); }},
-         ""},
-        {"CXL correctable takes the PCIe class's place",
-         true,
-         {[](auto& S) {
-             S.Cxl.ErrorStatus.DetectedCorrectable = S.Pcie.ErrorStatus.DetectedCorrectable = 1;
-             SetRasCorrectable(S, 0x43, 0x40);
-             SetAerCorrectable(S, 0x4000, 0);
-             S.Pcie.ErrorStatus.DetectedFatal = 1;
-             SetAer(S, {0x00040000, 0, 0x00040000});
-         }},
-         " uncorrected pcie all fatal cxl cxl-all cxl-correctable"},
+        {"two classes by turns", {{FATAL, {0x40000, 0, 0x40000}}, {NON_FATAL, {0x4000, 0, 0x40000}}}, ""},
+        {"RP PIO", {{RP_PIO}}, " uncorrected pcie all rp-pio"},
+        {"system errors, enabled", {{SERR, {}, 0, 0, 0x0100}}, " legacy"},
+        {"system errors, not enabled", {{SERR}}, ""},
+        {"parity errors, answered", {{PERR, {}, 0, 0, 0x0040}}, " legacy"},
+        {"system and parity errors by turns", {{SERR, {}, 0, 0, 0x0140}, {PERR, {}, 0, 0, 0x0140}}, ""},
+        {"CXL fatal", {{CXL_FATAL, {0x4001, 0, 0x4000}}}, " cxl-uncorrected cxl cxl-all cxl-fatal"},
+        {"CXL non-fatal", {{CXL_NON_FATAL, {0x4001, 0, 0x4000}}}, " cxl-uncorrected cxl cxl-all cxl-non-fatal"},
+        {"CXL, disjoint bits", {{CXL_FATAL, {0x4000, 0, 0x4001}}, {CXL_FATAL, {0x0001, 0, 0x4001}}}, ""},
+        {"CXL correctable, masked", {{CXL_CORRECTABLE, {}, 0x40, 0x40}}, ""},
     };
-    for (const Case& Test : Cases) {
+    for (const auto& Test : Cases) {
         SCOPED_TRACE(Test.Name);
         StormMachine Machine;
-        const std::vector<std::string> After = RunErrors(Machine, Test.Errors, Test.IsCxlRecord);
+        const std::vector<std::string> After = RunErrors(Machine, Test.Errors);
         EXPECT_EQ(After[8], "") << "the ninth";
         EXPECT_EQ(After[9], Test.MarksOfTenth);
     }
+    // A function that has both: the CXL class takes the place of the PCIe class of its severity.
+    StormMachine Machine;
+    EXPECT_EQ(RunErrors(Machine, {{FATAL | CORRECTABLE, {0x40000, 0, 0x40000}, 0x4000}, {CXL_CORRECTABLE, {}, 3, 1}},
+                        true)[9],
+              " uncorrected pcie all fatal cxl cxl-all cxl-correctable");
 }
 
 TEST(PciStorm, OneMoreOfADisjointErrorStartsItsOwnCount) {
     StormMachine Machine;
-    const std::vector<Make> Corrected{
-        [](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x01, 0); }};
-    EXPECT_EQ(RunErrors(Machine, Corrected, false)[9], " pcie all correctable");
+    EXPECT_EQ(RunErrors(Machine, {{CORRECTABLE, {}, 0x01}})[9], " pcie all correctable");
     // All within the same ten seconds: nine of the other bit are no storm.
-    const std::vector<Make> Other{
-        [](auto& S) { S.Pcie.ErrorStatus.DetectedCorrectable = 1, SetAerCorrectable(S, 0x80, 0); }};
-    EXPECT_EQ(RunErrors(Machine, Other, false, 9)[8], "");
+    EXPECT_EQ(RunErrors(Machine, {{CORRECTABLE, {}, 0x80}}, false, 9)[8], "");
 }
 
 TEST(PciStorm, FunctionsOfADeviceAreCountedTogetherUnlessOneStandsForItself) {
@@ -336,37 +287,6 @@ TEST(PciStorm, ComponentEventsAreCountedBySeverity) {
         EXPECT_EQ(Marks(Machine.Captured()), Test.Marks);
         EXPECT_EQ(Machine.Captured().Cxl.SmiStorm.ComponentSeverities, 1 << Test.Severity);
     }
-}
-
-TEST(PciStorm, CountsRefuseWhatTheyDoNotCount) {
-    StormMachine Machine;
-    PCI_DEVICE_STATE State = EndpointState(BUS);
-    Machine.Capture({&State});
-    const EFI_GUID Dram = CxlComponentStormRecord::DramEvent;
-    const auto Pci = [](const EFI_GUID* Type) {
-        return VornElogSmmCheckPciSmiStormPostProcess(Type, 0, BUS, 0, 0, 2) != FALSE;
-    };
-    const auto Component = [](const EFI_GUID* Type, UINT8 Severity) {
-        return VornElogSmmCheckCxlComponentSmiStormPostProcess(Type, 0, BUS, 0, 0, Severity) != FALSE;
-    };
-    EXPECT_FALSE(Pci(&gCperSectionPcieGuid)) << "an empty queue";
-    for (unsigned Number = 0; Number < 10; Number++) {
-        EXPECT_FALSE(Machine.IsStorm(CxlComponentStormRecord(BUS, 0), 0)) << "no CXL function";
-    }
-    EXPECT_TRUE(
-        Machine.Traced("VornElogSmmCheckCxlComponentSmiStormPostProcess: ERROR current device does not support "
-                       "CXL @ SBDF 0000:41:00.0, aborting..."));
-    EXPECT_FALSE(Pci(nullptr));
-    EXPECT_FALSE(Pci(&Dram));
-    EXPECT_TRUE(
-        Machine.Traced("VornElogSmmCheckPciSmiStormPostProcess: ERROR pErrorTypeGuid is a CXL Component event "
-                       "record type, aborting..."));
-    EXPECT_FALSE(Pci(&gCperSectionPlatformMemoryGuid));
-    Machine.Captured().Cxl.IsCxl = TRUE;
-    EXPECT_TRUE(Component(&Dram, 0));
-    EXPECT_FALSE(Component(&Dram, 4));
-    EXPECT_FALSE(Component(nullptr, 0));
-    EXPECT_FALSE(Component(&gCperSectionCxlProtocolGuid, 0));
 }
 
 }  // namespace

@@ -128,29 +128,6 @@ TEST(StormShutdown, RpPioErrorsThatAreSetAreMaskedAndMadeHarmless) {
     EXPECT_EQ(Writes(Machine, "address").size(), 0u);
 }
 
-TEST(StormShutdown, NothingIsWrittenWithoutAStormOrForLegacyPci) {
-    StormMachine Machine;
-    AddFunction(Machine, 0, Endpoint);
-    PCI_DEVICE_STATE Calm = State(Endpoint);
-    Calm.Pcie.SmiStorm.Pcie = FALSE;
-    Machine.Forget();
-    EXPECT_EQ(VornElogSmmDisablePcieErrorGeneration(nullptr), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmDisablePcieErrorGeneration(&Calm), EFI_UNSUPPORTED);
-    EXPECT_TRUE(
-        Machine.Traced("VornElogSmmDisablePcieErrorGeneration: ERROR No PCI or PCIe SMI storm reported, "
-                       "aborting..."));
-    Calm.LegacyPci.SmiStorm = TRUE;
-    EXPECT_EQ(VornElogSmmDisablePcieErrorGeneration(&Calm), EFI_SUCCESS);
-    EXPECT_TRUE(
-        Machine.Traced("VornElogSmmDisablePcieErrorGeneration: Legacy PCI error SMI storm reported, currently "
-                       "no action"));
-    // A function that has lost its capability list.
-    Calm.Pcie.SmiStorm.Pcie = Calm.Pcie.SmiStorm.Fatal = TRUE;
-    Calm.PciAddress = 0x7F << 20;
-    EXPECT_EQ(VornElogSmmDisablePcieErrorGeneration(&Calm), EFI_UNSUPPORTED);
-    EXPECT_EQ(Writes(Machine, "address").size(), 0u);
-}
-
 TEST(StormShutdown, CxlProtocolErrorsThatAreSetAreMasked) {
     constexpr std::uint64_t RAS = 0xD0011000;
     struct Case {
@@ -227,18 +204,6 @@ TEST(StormShutdown, TheInterruptOfTheStormingEventLogIsSwitchedOff) {
         Port.Cxl.MemoryDeviceRegisterBlock = 0;
         EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Port, Severity), EFI_UNSUPPORTED);
         EXPECT_EQ(Machine.Function.Device.Secondary()->Commands(), Commands);
-    }
-}
-
-TEST(StormShutdown, AMailboxThatRefusesLeavesThePolicyAndItsStatusIsTold) {
-    for (const UINT16 Command : {0x0102, 0x0103}) {
-        CxlMachine Machine;
-        PCI_DEVICE_STATE Storming = Machine.Signaled();
-        Storming.Cxl.SmiStorm.ComponentSeverities = 1 << 2;
-        Machine.Function.Device.Secondary()->Refuse(Command, {0x0003});
-        EXPECT_EQ(VornElogSmmDisableCxlComponentErrorGeneration(&Storming, 2), EFI_UNSUPPORTED);
-        EXPECT_EQ(Machine.Function.Device.Logs().Policy().Settings[2], 2);
-        EXPECT_TRUE(Machine.Traced("VornElogSmmDisableCxlComponentErrorGeneration: ERROR Unsupported from "));
     }
 }
 

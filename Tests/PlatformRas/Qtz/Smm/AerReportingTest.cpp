@@ -55,19 +55,6 @@ TEST(EdrRequest, HotPlugSurpriseIsHandedOverUnderAnOpenLock) {
     }
 }
 
-TEST(EdrRequest, WhatCannotBeDoneLeavesThePortAlone) {
-    IoHubMachine Machine;
-    MapPort3(Machine);
-    Machine.AddRootPort(0, 1, 0, 1, 1, HOT_PLUG_SURPRISE | HOT_PLUG_CAPABLE);
-    Machine.AddRootPort(0, 2, 0, 2, 2, HOT_PLUG_SURPRISE | HOT_PLUG_CAPABLE);  // no bridge of the hub
-    EXPECT_EQ(EdrDsmDpcEnReqFromOs(RootPortOf(0, 0), FALSE), EFI_UNSUPPORTED);
-    EXPECT_EQ(EdrDsmDpcEnReqFromOs(RootPortOf(0, 0, 9), TRUE), EFI_UNSUPPORTED);  // absent
-    EXPECT_EQ(EdrDsmDpcEnReqFromOs(RootPortOf(0, 0, 2), TRUE), EFI_NOT_FOUND);
-    Machine.SetRange(0, 0, 0, 15, 0, 0, false);
-    EXPECT_EQ(EdrDsmDpcEnReqFromOs(RootPortOf(0, 0), TRUE), EFI_NOT_FOUND);
-    EXPECT_THAT(Machine.Writes(), IsEmpty());
-}
-
 TEST(ReportingPath, ActionControlsLieInTheHubOfThePort) {
     struct Case {
         unsigned Socket, Iom;
@@ -141,23 +128,6 @@ TEST(IoCorrectedErrors, OnlyPortsThatWantIt) {
     }
 }
 
-TEST(IoCorrectedErrors, FailuresOfAllPortsAreFolded) {
-    Simulator::Configuration Settings;
-    Settings.Attributes["CorErrLoggingThreshold"] = "Disabled";
-    {
-        IoHubMachine Machine(Settings);
-        MapPort3(Machine);
-        // A port that no hub decodes is no failure, and the ports behind a failing one are configured.
-        Machine.SetPorts({{PackPciAddress(5, 0, 1, 0), 0}, {RootPortOf(0, 1), 9}, {RootPortOf(0, 0), 3}});
-        EXPECT_EQ(VornConfigureSmiForIoCorrectedErrors(), EFI_INVALID_PARAMETER);
-        EXPECT_EQ(Machine.Writes().size(), 2u);
-    }
-    Settings.CpuidSignature = 0x00800F12;
-    IoHubMachine Unknown(Settings);
-    Unknown.SetPorts({{RootPortOf(0, 0), 3}, {RootPortOf(0, 0), 4}});
-    EXPECT_EQ(VornConfigureSmiForIoCorrectedErrors(), EFI_UNSUPPORTED);
-}
-
 EFI_STATUS HandOver(UINT8 Segment, UINT8 Bus, UINT8 Dev, UINT8 Func) {
     Shared().DPC_EnIioSmiGen = {PackDpcPortBdf(Bus, Dev, Func), Segment};
     return VornSmmHandlerPcieDpcConfigIioSmiGeneration(nullptr, nullptr, nullptr, nullptr);
@@ -225,13 +195,6 @@ TEST(ActiveRootPorts, AFunctionHangsBelowTheFirstPortWhoseBusesHoldIt) {
         VornGetRootPortBDF(Test.Seg, Test.Bus, Test.Dev, Test.Func, &Answer[0], &Answer[1], &Answer[2]);
         EXPECT_EQ(Answer, Test.RootPort) << +Test.Seg << ":" << +Test.Bus << ":" << +Test.Dev;
     }
-}
-
-TEST(ActiveRootPorts, TheMapHoldsAsManyAsTheLargestMachineHas) {
-    IoHubMachine Machine;
-    Machine.SetPorts(std::vector<TestPort>(MAX_ACTIVE_ROOT_PORTS + 1));
-    EXPECT_EQ(VornGetActivePcieRootPortMap()->Count, MAX_ACTIVE_ROOT_PORTS);
-    EXPECT_TRUE(Machine.Traced("leaving the rest out"));
 }
 
 }  // namespace

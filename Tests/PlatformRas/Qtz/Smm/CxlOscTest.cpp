@@ -33,26 +33,6 @@ class CxlOsc : public testing::Test {
     std::unique_ptr<Simulator::Simulation> Sim;
 };
 
-TEST_F(CxlOsc, MemoryErrorReportingHasOneOwner) {
-    const struct {
-        UINT32 Support;
-        UINT8 Mode, AllHaveSecondary;
-        UINT32 Granted;
-    } Cases[] = {
-        {0x00, 0, 0, 0}, {0x02, 0, 0, 0}, {0x1E, 0, 0, 0},  // no access to RCD registers
-        {0x01, 0, 0, 1}, {0x01, 0, 1, 1}, {0x01, 3, 1, 1},  // OS first
-        {0x01, 1, 0, 1}, {0x01, 1, 1, 0},                   // forced firmware first
-        {0x01, 2, 0, 0}, {0x01, 2, 1, 0}, {0x1F, 2, 0, 0},  // firmware first for debugging
-        {0x1F, 1, 0, 1}, {0x1E, 1, 0, 0},
-    };
-    for (const auto& Case : Cases) {
-        Set(Case.Mode, Case.AllHaveSecondary, 0);
-        EXPECT_EQ(Negotiate(Case.Support, 1), Case.Granted)
-            << Case.Support << " " << int{Case.Mode} << " " << int{Case.AllHaveSecondary};
-        EXPECT_EQ(Negotiate(Case.Support, 0), 0u) << "what is not asked for is not given";
-    }
-}
-
 // Every combination of support and control bits: what is granted was asked for, what may not be had is clear.
 TEST_F(CxlOsc, EveryCombinationKeepsTheRules) {
     for (UINT32 Settings = 0; Settings < 16; Settings++) {

@@ -140,24 +140,6 @@ TEST(DpcFaults, AnAllocationThatFailsCostsNoMoreThanOnePort) {
     }
 }
 
-// Whatever service fails, and for good: the firmware's own port is released, the OS's ports stay until it acts.
-TEST(DpcFaults, AServiceThatFailsKeepsNobodyContained) {
-    for (const std::string_view Member : MemberNames()) {
-        SCOPED_TRACE(Member);
-        Story Run;
-        Run.Sim->SetFailure(std::string(Member), Failure{EFI_DEVICE_ERROR});
-        EXPECT_NO_THROW(Run.Contain());
-        EXPECT_NO_THROW(Run.Recover());
-        if (Member == "SmmFreePool") {
-            continue;
-        }
-        Run.ExpectEnded();
-        const bool IsBlind = Member == "SmmAllocatePool";  // nothing can be captured
-        EXPECT_EQ(Run.IsReleased("other"), !IsBlind);
-        EXPECT_EQ(Run.HasEntry("other"), !IsBlind);
-    }
-}
-
 struct Death {
     const char* Function;
     bool AtRecovery;

@@ -97,73 +97,47 @@ constexpr MemoryOutcome WHOLE_STORY{8, 8, 1, 2, 2, 2, 1, 5, 2, 3, 3, 1};
 
 struct FailingMember {
     const char* Member;
-    EFI_STATUS Status;
     MemoryOutcome Came;
-    const char* Trace;  // what the log says
+    const char* Trace = "ERROR Device Error";  // what the log says
+    EFI_STATUS Status = EFI_DEVICE_ERROR;
     std::int64_t Kept = KEPT_OF_DEFERRED;
 };
 
 // In the order of MemoryOutcome: counted, restarted, retired, created, stored, started, verified, health, sel,
 // logged, sci, off.
 const FailingMember MEMBERS[] = {
-    {"SetMcaThresholdMap", EFI_DEVICE_ERROR, WHOLE_STORY, ""},
-    {"SmmAllocatePool", EFI_OUT_OF_RESOURCES, {}, "ERROR", 0},
+    {"SetMcaThresholdMap", WHOLE_STORY, ""},
+    {"SmmAllocatePool", {}, "ERROR", EFI_OUT_OF_RESOURCES, 0},
     // The row is not known: it has no health event and no repair.
-    {"NormalizedToDimmAddress",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 0, 0, 0, 0, 0, 2, 3, 3, 1},
-     "ERROR Device Error during address translation"},
+    {"NormalizedToDimmAddress", {8, 8, 1, 0, 0, 0, 0, 0, 2, 3, 3, 1}, "during address translation"},
     // A counter that cannot be started again stays saturated, and its mark is counted with it: 1 + 2 * (FFFF - DEAD).
-    {"CorrectedErrorCounterIndividual",
-     EFI_DEVICE_ERROR,
-     {17061, 0, 1, 2, 2, 2, 1, 5, 2, 3, 3, 1},
-     "ERROR Device Error from Skt 0 Ch  0 SubCh 0 ChipSelect 0 RankMul 0"},
+    {"CorrectedErrorCounterIndividual", {17061, 0, 1, 2, 2, 2, 1, 5, 2, 3, 3, 1}, "from Skt 0 Ch  0 SubCh 0"},
     {"CorrectedErrorCounterPerDimmDisable",
-     EFI_DEVICE_ERROR,
      {8, 8, 1, 2, 2, 2, 1, 5, 2, 3, 3, 0},
-     "ERROR Device Error from mPrivateDataVornElogPolicyLib.pKyrRasServiceSmmProtocol->"
-     "CorrectedErrorCounterPerDimmDisable"},
+     "pKyrRasServiceSmmProtocol->CorrectedErrorCounterPerDimmDisable"},
     // The record that crosses a threshold stands in for the row with most errors.
-    {"MapSymbolToDramDevice", EFI_DEVICE_ERROR, WHOLE_STORY, "->MapSymbolToDramDevice, aborting..."},
-    {"GetAttributeValue", EFI_NOT_FOUND, {8, 8, 1, 1, 1, 1, 1, 5, 1, 3, 3, 1}, "ERROR Not Found"},
-    {"LogMemoryHealthData", EFI_DEVICE_ERROR, {8, 8, 1, 2, 2, 2, 1, 0, 2, 3, 3, 1}, "from LogMemoryHealthData"},
-    {"LogBmcData", EFI_DEVICE_ERROR, {8, 8, 1, 2, 2, 2, 1, 5, 0, 3, 3, 1}, "ERROR Device Error"},
-    {"GetSlotInfoPtr", EFI_DEVICE_ERROR, WHOLE_STORY, "ERROR Device Error from GetSlotInfoPtr"},
+    {"MapSymbolToDramDevice", WHOLE_STORY, "->MapSymbolToDramDevice, aborting..."},
+    {"GetAttributeValue", {8, 8, 1, 1, 1, 1, 1, 5, 1, 3, 3, 1}, "ERROR Not Found", EFI_NOT_FOUND},
+    {"LogMemoryHealthData", {8, 8, 1, 2, 2, 2, 1, 0, 2, 3, 3, 1}, "from LogMemoryHealthData"},
+    {"LogBmcData", {8, 8, 1, 2, 2, 2, 1, 5, 0, 3, 3, 1}},
+    {"GetSlotInfoPtr", WHOLE_STORY, "ERROR Device Error from GetSlotInfoPtr"},
     // Nor is the attribute store found.
-    {"SmmLocateProtocol", EFI_NOT_FOUND, {8, 8, 1, 1, 1, 1, 1, 0, 0, 3, 3, 1}, "locating protocol gVornElogIpmi"},
-    {"ElogLogPageRetire", EFI_DEVICE_ERROR, {8, 8, 0, 2, 2, 2, 1, 5, 2, 3, 3, 1}, "ERROR Device Error"},
-    {"ElogIsApeiOsLoaded", EFI_DEVICE_ERROR, {8, 8, 0, 2, 2, 2, 1, 5, 2, 0, 0, 1}, "ERROR Device Error"},
-    {"ElogClearGhes", EFI_DEVICE_ERROR, {8, 8, 0, 2, 2, 2, 1, 5, 2, 0, 0, 1}, "ERROR Device Error"},
-    {"ElogLogCper", EFI_DEVICE_ERROR, {8, 8, 1, 2, 2, 2, 1, 5, 2, 0, 0, 1}, "ERROR Device Error"},
-    {"ElogSignalSci", EFI_DEVICE_ERROR, {8, 8, 1, 2, 2, 2, 1, 5, 2, 3, 0, 1}, "ERROR Device Error"},
-    {"KyrPostPackageRepairSupported",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1},
-     "ERROR Device Error from KyrPostPackageRepairSupported, aborting..."},
-    {"VornPostPackageCreateEntry",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1},
-     "ERROR Device Error from VornPostPackageCreateEntry, aborting..."},
-    {"VornPostPackageRepairUpdateToUefiVariable",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 2, 0, 2, 1, 5, 2, 3, 3, 1},
-     "ERROR Device Error from VornPostPackageRepairUpdateToUefiVariable"},
-    {"VornRuntimePPRHandler",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 2, 2, 0, 0, 4, 2, 3, 3, 1},
-     "ERROR Device Error from VornRuntimePPRHandler"},
-    {"RuntimePprResult", EFI_DEVICE_ERROR, {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol"},
-    {"SmmLocateHandle",
-     EFI_DEVICE_ERROR,
-     {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1},
-     "ERROR Device Error locating gKyrJrvRasOemSmmProtocolGuid"},
-    {"SmmHandleProtocol", EFI_NOT_FOUND, {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol"},
-    {"SetMcaThreshold", EFI_DEVICE_ERROR, WHOLE_STORY, "ERROR Device Error from RtPprAdjustErrCounter"},
+    {"SmmLocateProtocol", {8, 8, 1, 1, 1, 1, 1, 0, 0, 3, 3, 1}, "gVornElogIpmi", EFI_NOT_FOUND},
+    {"ElogLogPageRetire", {8, 8, 0, 2, 2, 2, 1, 5, 2, 3, 3, 1}},
+    {"ElogIsApeiOsLoaded", {8, 8, 0, 2, 2, 2, 1, 5, 2, 0, 0, 1}},
+    {"ElogClearGhes", {8, 8, 0, 2, 2, 2, 1, 5, 2, 0, 0, 1}},
+    {"ElogLogCper", {8, 8, 1, 2, 2, 2, 1, 5, 2, 0, 0, 1}},
+    {"ElogSignalSci", {8, 8, 1, 2, 2, 2, 1, 5, 2, 3, 0, 1}},
+    {"KyrPostPackageRepairSupported", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}},
+    {"VornPostPackageCreateEntry", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}},
+    {"VornPostPackageRepairUpdateToUefiVariable", {8, 8, 1, 2, 0, 2, 1, 5, 2, 3, 3, 1}},
+    {"VornRuntimePPRHandler", {8, 8, 1, 2, 2, 0, 0, 4, 2, 3, 3, 1}},
+    {"RuntimePprResult", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol"},
+    {"SmmLocateHandle", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "locating gKyrJrvRasOemSmmProtocolGuid"},
+    {"SmmHandleProtocol", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol", EFI_NOT_FOUND},
+    {"SetMcaThreshold", WHOLE_STORY, "ERROR Device Error from RtPprAdjustErrCounter"},
     // The poison's SMI finds the bank as it was: no new errors count as too many.
-    {"ClrMcaStatus",
-     EFI_DEVICE_ERROR,
-     {0xFFFFFFFF, 8, 1, 2, 2, 2, 1, 5, 2, 3, 3, 1},
-     "ERROR Device Error from ClrMcaStatus on Processor 0 Bank 15"},
+    {"ClrMcaStatus", {0xFFFFFFFF, 8, 1, 2, 2, 2, 1, 5, 2, 3, 3, 1}, "ClrMcaStatus on Processor 0 Bank 15"},
 };
 
 TEST(MemoryFaults, AServiceThatFailsCostsNoMoreThanItsOwnWork) {

@@ -152,35 +152,28 @@ constexpr PcieOutcome WHOLE_STORY{8, 8, 59, 59, 0, 1};
 
 struct FailingMember {
     const char* Member;
-    EFI_STATUS Status;
     PcieOutcome Came;
-    const char* Trace;           // what the log says
+    const char* Trace = "ERROR Device Error";  // what the log says
+    EFI_STATUS Status = EFI_DEVICE_ERROR;
     bool IsStillAsking = false;  // the SMI comes again
 };
 
 // In the order of PcieOutcome: records, logged, sel, sent, sci, nmi.
 const FailingMember MEMBERS[] = {
-    {"SmmAllocatePool",
-     EFI_OUT_OF_RESOURCES,
-     {},
-     "ERROR Out of Resources allocating PCIe Device State memory for RP",
-     true},
-    {"GetProcessorInfo", EFI_DEVICE_ERROR, WHOLE_STORY, ""},
-    {"WhoAmI", EFI_DEVICE_ERROR, WHOLE_STORY, ""},
-    {"GetSlotNumberData",
-     EFI_DEVICE_ERROR,
-     {8, 8, 56, 56, 0, 1},
-     "ERROR Device Error from VornElogSmmGetPcieSlotData"},
-    {"SmmLocateProtocol", EFI_NOT_FOUND, {8, 7, 0, 0, 0, 1}, "System still in POST"},
-    {"LogBmcData", EFI_DEVICE_ERROR, {8, 8, 0, 0, 0, 1}, "ERROR Device Error"},
-    {"GetSelRecords", EFI_DEVICE_ERROR, {8, 8, 59, 0, 0, 1}, "ERROR Device Error"},
-    {"DisplaySelRecords", EFI_DEVICE_ERROR, WHOLE_STORY, "ERROR Device Error"},
-    {"SendConsolidatedOemCommand", EFI_DEVICE_ERROR, {8, 8, 59, 0, 0, 1}, "ERROR Device Error"},
-    {"ClearSelRecords", EFI_DEVICE_ERROR, WHOLE_STORY, "ERROR Device Error"},
-    {"ElogIsApeiOsLoaded", EFI_DEVICE_ERROR, {8, 0, 59, 59, 0, 1}, "ERROR Device Error"},
-    {"ElogClearGhes", EFI_DEVICE_ERROR, {8, 0, 59, 59, 0, 1}, "ERROR Device Error"},
-    {"ElogLogCper", EFI_DEVICE_ERROR, {8, 0, 59, 59, 0, 1}, "ERROR Device Error"},
-    {"ElogSignalNmi", EFI_DEVICE_ERROR, {8, 8, 59, 59, 0, 0}, "ERROR Device Error"},
+    {"SmmAllocatePool", {}, "allocating PCIe Device State memory for RP", EFI_OUT_OF_RESOURCES, true},
+    {"GetProcessorInfo", WHOLE_STORY, ""},
+    {"WhoAmI", WHOLE_STORY, ""},
+    {"GetSlotNumberData", {8, 8, 56, 56, 0, 1}, "ERROR Device Error from VornElogSmmGetPcieSlotData"},
+    {"SmmLocateProtocol", {8, 7, 0, 0, 0, 1}, "System still in POST", EFI_NOT_FOUND},
+    {"LogBmcData", {8, 8, 0, 0, 0, 1}},
+    {"GetSelRecords", {8, 8, 59, 0, 0, 1}},
+    {"DisplaySelRecords", WHOLE_STORY},
+    {"SendConsolidatedOemCommand", {8, 8, 59, 0, 0, 1}},
+    {"ClearSelRecords", WHOLE_STORY},
+    {"ElogIsApeiOsLoaded", {8, 0, 59, 59, 0, 1}},
+    {"ElogClearGhes", {8, 0, 59, 59, 0, 1}},
+    {"ElogLogCper", {8, 0, 59, 59, 0, 1}},
+    {"ElogSignalNmi", {8, 8, 59, 59, 0, 0}},
 };
 
 TEST(PcieFaults, AServiceThatFailsCostsNoMoreThanItsOwnWork) {
