@@ -67,22 +67,6 @@ TEST_F(CxlRegisters, DvsecSearchEndsWhateverTheListIs) {
     EXPECT_EQ(RasFindCxlDvsecCapability(PackPciAddress(0, 0x1E, 0x1F, 0), 0), NO_DVSEC) << "an absent function";
 }
 
-TEST_F(CxlRegisters, LocatorEntriesAreCountedWithinConfigurationSpace) {
-    const struct {
-        unsigned Offset, Length, Count;
-    } Cases[] = {
-        {0x150, 0, 0},    {0x150, 11, 0},        {0x150, 12, 0},     {0x150, 19, 0},
-        {0x150, 20, 1},   {0x150, 28, 2},        {0x150, 0x24, 3},   {0xFE0, 0x24, 2},
-        {0xFF0, 0x24, 0}, {0x100, 0xFFF, 0x1DE}, {0xF00, 0xFFF, 30},
-    };
-    CxlFunction Function(Sim.Machine());
-    for (const auto& Case : Cases) {
-        Function.Set(Case.Offset + 4, Case.Length << 20 | 0x1E98);
-        EXPECT_EQ(RasGetRegisterBlockNumber(CxlFunction::ADDRESS, static_cast<UINT16>(Case.Offset)), Case.Count)
-            << std::hex << Case.Offset << " " << Case.Length;
-    }
-}
-
 TEST_F(CxlRegisters, BlocksLieInsideMemoryBars) {
     using Bend = void (*)(CxlFunction&);
     const struct {
@@ -141,30 +125,6 @@ TEST_F(CxlRegisters, BlocksLieInsideMemoryBars) {
     EXPECT_EQ(RasGetRciepRegisterBlockAddress(PackPciAddress(0, 0x1E, 0x1F, 0), 1), 0u) << "an absent function";
 }
 
-TEST_F(CxlRegisters, CapabilityArraysAreReadAsFarAsTheyGo) {
-    const struct {
-        const char* What;
-        std::vector<Simulator::CxlRegisterPatch> Registers;
-        UINT16 Wanted;
-        UINT32 Pointer;
-    } Cases[] = {
-        {"RAS capability", {}, 2, 0x100},
-        {"link capability", {}, 4, 0x80},
-        {"absent capability", {}, 9, 0},
-        {"array of another kind", {{0x1000, 0x03110002}}, 2, 0},
-        {"array of another version", {{0x1000, 0x03120001}}, 2, 0},
-        {"an array of one entry", {{0x1000, 0x01110001}}, 2, 0},
-        {"an array of 255 entries", {{0x1000, 0xFF110001}, {0x13FC, 0x40020009}}, 9, 0x400},
-        {"a pointer to no register", {{0x1008, 0x10120002}}, 2, 0},
-        {"all ones", {{0x1000, 0xFFFFFFFF}}, 2, 0},
-    };
-    for (const auto& Case : Cases) {
-        CxlFunction Function(Sim.Machine());
-        Function.Component.Patch(Case.Registers);
-        EXPECT_EQ(RasGetCxlCapabilityPointer(CxlFunction::CACHE_MEM, Case.Wanted), Case.Pointer) << Case.What;
-    }
-}
-
 TEST_F(CxlRegisters, DeviceCapabilitiesAreFoundWithTheirLength) {
     const std::vector<Simulator::CxlRegisterPatch> Last = {
         {0x4, 0xFFFF}, {0xFF0, 0x00010007}, {0xFF4, 0x900}, {0xFF8, 0x44}};
@@ -192,30 +152,6 @@ TEST_F(CxlRegisters, DeviceCapabilitiesAreFoundWithTheirLength) {
             << Case.What;
         EXPECT_EQ(Length, Case.Length) << Case.What;
         EXPECT_EQ(RasGetCxlDeviceCapabilityPointer(CxlFunction::DEVICE, Case.Wanted, nullptr), Case.Offset);
-    }
-}
-
-TEST_F(CxlRegisters, AnUnmaskedErrorIsPending) {
-    const struct {
-        UINT32 UncorrectableStatus, UncorrectableMask, CorrectableStatus, CorrectableMask;
-        BOOLEAN IsPending;
-    } Cases[] = {
-        {0, 0, 0, 0, FALSE},
-        {1 << 14, 0, 0, 0, TRUE},
-        {1 << 14, 1 << 14, 0, 0, FALSE},
-        {0x5, 0x1, 0, 0, TRUE},
-        {0, 0, 1 << 6, 0, TRUE},
-        {0, 0, 1 << 6, 1 << 6, FALSE},
-        {0x10, 0x10, 0x2, 0, TRUE},
-        {0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, FALSE},
-    };
-    for (const auto& Case : Cases) {
-        CxlFunction Function(Sim.Machine());
-        Function.Component.Patch({{0x1100, Case.UncorrectableStatus},
-                                  {0x1104, Case.UncorrectableMask},
-                                  {0x110C, Case.CorrectableStatus},
-                                  {0x1110, Case.CorrectableMask}});
-        EXPECT_EQ(CxlRasCapErrCheck(CxlFunction::CACHE_MEM, 0x100), Case.IsPending);
     }
 }
 

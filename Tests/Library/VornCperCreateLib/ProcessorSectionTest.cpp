@@ -196,27 +196,6 @@ TEST(ProcessorCheck, TakesTheFirstRowThatDescribesTheErrorCode) {
     }
 }
 
-TEST(ProcessorSection, CountsWrapAtSixBitsAndNodesWithoutDataAreSkipped) {
-    Simulator::Simulation Machine{Simulator::Configuration{}};
-    const RasMcaErrorInfo Scan = ScanWith(0xD400000000000136);
-    Lists Bank(Scan);
-    std::array<PROCESSOR_ERROR_INFO_DATA_NODE, 65> More{};
-    for (PROCESSOR_ERROR_INFO_DATA_NODE& Node : More) {
-        Node.pErrorInfo = &Node == &More[7] ? nullptr : &Bank.ErrorInfo;
-        InsertTailList(&Bank.Errors, &Node.Link);
-    }
-    const UINT64 Length = VornCperGetProcessorSpecificRecordLength(DEBUG_VERBOSE, &Bank.Errors, &Bank.Contexts);
-    EXPECT_EQ(200u + 64 + 66 * 64 + 144, Length);
-    std::vector<std::uint8_t> Record(Length);
-    auto* const Cper = reinterpret_cast<CPER_RECORD*>(Record.data());
-    EXPECT_EQ(EFI_SUCCESS, VornCperCreateProcessorSpecific(DEBUG_VERBOSE, &Scan, BANK_INDEX, FALSE, FALSE,
-                                                           &Bank.Errors, &Bank.Contexts, Length, Cper));
-    // 65 structures count as 1; the context count beside it is not touched by the wrap.
-    EXPECT_EQ(0x107u, CperSection<CPER_PROCESSOR_SECTION>(Cper)->ValidFields);
-    // The context structure follows the 65th error information at once.
-    EXPECT_EQ("01 00 80 00 50 21 00 C0", HexText(Record.data() + 264 + 65 * 64, 8));
-}
-
 TEST(ProcessorSection, StopsWhereTheRecordEnds) {
     Simulator::Simulation Machine{Simulator::Configuration{}};
     const RasMcaErrorInfo Scan = ScanWith(0xD400000000000136);

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -45,37 +44,6 @@ class Containers : public testing::Test {
     Simulator::Simulation Machine{{}};
     FakeServices Smst;
 };
-
-TEST_F(Containers, FiniteBufferTakesExactlyItsSlots) {
-    Laid<FINITE_BUFFER> Buffer(3);
-    FiniteBufferClear(Buffer.Header());
-    EXPECT_EQ(FiniteBufferIsEmpty(Buffer.Header()), TRUE);
-    for (UINT32 Number = 1; Number <= 5; Number++) {
-        const Element One{Number, {9, 9, 9, 9, 9, 9, 9, 9}};
-        EXPECT_EQ(FiniteBufferIsFull(Buffer.Header()), Number > 3 ? TRUE : FALSE);
-        EXPECT_EQ(FiniteBufferAddElement(Buffer.Header(), &One), Number <= 3 ? TRUE : FALSE);
-        EXPECT_EQ(Buffer.Header()->Tail, Number <= 3 ? Number : 3);
-    }
-    EXPECT_EQ(Buffer.Header()->Head, 0u);
-    EXPECT_EQ(Buffer.Slot(0), 1u);
-    EXPECT_EQ(Buffer.Slot(2), 3u);
-    FiniteBufferClear(Buffer.Header());
-    EXPECT_EQ(Buffer.Header()->Tail, 0u);
-    EXPECT_EQ(Buffer.Header()->MaxElements, 3u);
-    for (UINT64 At = 0; At < 3; At++) {
-        const Element Zero{};
-        EXPECT_EQ(std::memcmp(BufferSlot<Element>(Buffer.Header(), At), &Zero, sizeof(Zero)), 0);
-    }
-    EXPECT_TRUE(Buffer.GuardIntact());
-}
-
-TEST_F(Containers, FiniteBufferFullTestDoesNotWrapIn32Bits) {
-    Laid<FINITE_BUFFER> Buffer(1);
-    Buffer.Header()->MaxElements = 0x100000002;
-    Buffer.Header()->Head = 0;
-    Buffer.Header()->Tail = 2;
-    EXPECT_EQ(FiniteBufferIsFull(Buffer.Header()), FALSE);
-}
 
 TEST_F(Containers, RingKeepsTheNewestAndOneFreeSlot) {
     Laid<CIRCULAR_BUFFER> Ring(4);

@@ -1,6 +1,5 @@
 #include "Library/VornElogChipsetLib/AddressTranslation.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -175,22 +174,6 @@ TEST_F(AddressTranslation, LetsTheServiceTranslateADramAddress) {
     EXPECT_EQ(EFI_UNSUPPORTED, Translate());
     EXPECT_EQ("", Service.Asked);
     EXPECT_EQ(Untouched, Result());
-}
-
-TEST_F(AddressTranslation, TellsTheBankAddressBitsOfEachChipSelect) {
-    // Rows: register bits 21:20; columns: bits 3:2.
-    constexpr UINT8 Expected[4][4] = {{3, 2, 2, 0}, {4, 3, 2, 2}, {5, 4, 3, 2}, {6, 5, 4, 3}};
-    for (UINT32 BankBits = 0; BankBits < 4; BankBits++) {
-        for (UINT32 GroupBits = 0; GroupBits < 4; GroupBits++) {
-            // Chip select 2 of channel 11; the other bits of the register do not matter.
-            Registers[0] = {{0xB50048, (BankBits << 20 | GroupBits << 2) | 0xFFCFFFF3}, {0xB50044, 0}};
-            EXPECT_EQ(Expected[BankBits][GroupBits], GetNumOfBABits(0, 11, 2)) << BankBits << " " << GroupBits;
-        }
-    }
-    EXPECT_EQ(3, GetNumOfBABits(0, 11, 1));
-    EXPECT_EQ(3, GetNumOfBABits(1, 11, 2)) << "an absent register reads all ones";
-    EXPECT_EQ(255, GetNumOfBABits(2, 0, 0));
-    EXPECT_THAT(Machine.TraceLog(), testing::HasSubstr("[RAS] GetNumOfBABits - Failed to get IOHC bus number\n"));
 }
 
 }  // namespace

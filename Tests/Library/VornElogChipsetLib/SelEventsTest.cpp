@@ -123,45 +123,4 @@ TEST_F(VornElogChipset, ARepeatIsTakenForOneOnlyWhenTheApicIdEqualsTheSocketsBit
               Take());
 }
 
-TEST_F(VornElogChipset, ABanksRegistersAreSentWhereTheyHoldSomething) {
-    constexpr UINT64 VAL = 1ull << 63, MISCV = 1ull << 59, ADDRV = 1ull << 58, SYNDV = 1ull << 53,
-                     DEFERRED = 1ull << 44;
-    constexpr UINT64 UMC = 0x9600000000, NOT_UMC = 0x1009600000000, CORE = 0xB000000000;
-    struct {
-        UINT64 McaStatus, McaDeStat, McaIpid, McaMisc0;
-        std::string Registers;
-    } Cases[] = {
-        {VAL, 0, CORE, 0, "5 0 1 4"},
-        {VAL | ADDRV | MISCV | SYNDV, VAL | SYNDV, CORE, 0x01000000, "5 0 1 2 3 4 6"},
-        {VAL | ADDRV | MISCV | SYNDV, 0, UMC, 0x01000000, "5 0 1 2 3 4 6 A E F"},
-        {VAL | SYNDV, 0, NOT_UMC, 0x01000000, "5 0 1 4 6"},
-        {VAL | DEFERRED, VAL | SYNDV, UMC, 0, "5 0 1 4 6 8 9 E F"},
-        {VAL | DEFERRED, SYNDV, UMC, 0, "5 0 1 4 8 9"},
-        {VAL, VAL | SYNDV, UMC, 0x00FFFFFF, "5 0 1 4"},
-    };
-    for (const auto& Case : Cases) {
-        MCA_BANK_ERROR_INFO Bank{};
-        Bank.McaBankNumber = 0x15;
-        Bank.McaStatus = Case.McaStatus;
-        Bank.McaDeStat = Case.McaDeStat;
-        Bank.McaIpid = Case.McaIpid;
-        Bank.McaMisc0 = Case.McaMisc0 | 0xC3;
-        Bank.McaCtl = 0xC0, Bank.McaAddr = 0xC2, Bank.McaConfig = 0xC4, Bank.McaSynd = 0xC6, Bank.McaDeAddr = 0xC9;
-        Bank.McaMisc1 = 0xCA, Bank.McaSynd1 = 0xCE, Bank.McaSynd2 = 0xCF;
-        VornELogLogMcBankRegisterData(&Bank);
-        const Bodies Sent = Take();
-        ASSERT_EQ(0u, Sent.size() % 4);
-        std::string Registers;
-        for (std::size_t At = 0; At < Sent.size(); At += 4) {
-            // MSR 0xC000215n; a register whose value is not the case's own holds Cn
-            const std::string n = Sent[At].substr(10, 1);
-            EXPECT_EQ("C1 28 7E 5" + n + " 21 00", Sent[At]);
-            EXPECT_EQ("C1 28 7E C0 " + (n == "1" || n == "5" || n == "8" ? Sent[At + 1].substr(12, 2) : "C" + n),
-                      Sent[At + 1].substr(0, 14));
-            Registers += (At == 0 ? "" : " ") + n;
-        }
-        EXPECT_EQ(Case.Registers, Registers) << std::hex << Case.McaStatus << " " << Case.McaIpid;
-    }
-}
-
 }  // namespace

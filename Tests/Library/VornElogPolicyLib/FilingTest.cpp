@@ -10,54 +10,6 @@ static EFI_STATUS File(TestRecord Record) {
     return VornElogSmmProcessErrorRecord(Record.Cper(), &Record.Data);
 }
 
-TEST(Filing, EveryClassGoesToItsBufferInBothModes) {
-    enum Target { Uncorrected, Deferred, Corrected };
-    struct Case {
-        UINT64 Status;
-        UINT32 Class;
-        Target Buffer;
-    };
-    for (const bool IsDiagnostic : {false, true}) {
-        PolicyMachine Machine(IsDiagnostic);
-        BUFFER_HEADER* const Buffers[] = {Policy.pMcaUncorrectedFiniteBuffer, Policy.pMcaDeferredCircularBuffer,
-                                          Policy.pMcaCorrectedFiniteBuffer};
-        for (const Case& Test :
-             {Case{PCC | DEFERRED, 0, Uncorrected}, Case{PCC | UC | TCC, 0, Uncorrected},
-              Case{UC | TCC | TRANSPARENT, 2, Uncorrected}, Case{UC | DEFERRED | TRANSPARENT, 3, Uncorrected},
-              Case{DEFERRED | TRANSPARENT | TCC, 4, Deferred}, Case{0, 1, Corrected},
-              Case{TRANSPARENT, 5, Corrected}}) {
-            SCOPED_TRACE(testing::Message() << "class " << Test.Class << " diagnostic " << IsDiagnostic);
-            BUFFER_HEADER* Buffer = Buffers[Test.Buffer];
-            const UINT32 Tail = Buffer->Tail;
-            const std::uint64_t Bytes = Machine.Sim.Pool().LiveBytes;
-            ProcessorRecord Record(Test.Status);
-            EXPECT_EQ(File(Record), EFI_SUCCESS);
-            // The copies stay also where no buffer takes them. Storm control remembers what may storm: an entry, a
-            // node.
-            EXPECT_EQ(Machine.Sim.Pool().LiveBytes,
-                      Bytes + Record.Bytes.size() + 10368 + (Test.Buffer == Corrected ? 12032 + 16 : 0));
-            const bool IsKept = Test.Buffer != Corrected || IsDiagnostic;
-            ASSERT_EQ(Buffer->Tail, Tail + IsKept);
-            if (IsKept) {
-                const auto& Entry = *BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Buffer, Tail);
-                EXPECT_EQ(Entry.MceClass, Test.Class);
-                EXPECT_EQ(std::memcmp(Entry.pCper, Record.Bytes.data(), Record.Bytes.size()), 0);
-                EXPECT_EQ(std::memcmp(Entry.pKyrChipsetSupportData, &Record.Data, sizeof(Record.Data)), 0);
-            }
-        }
-    }
-}
-
-TEST(Filing, EverySectionThatTheHeaderCountsIsTheFirstOne) {
-    PolicyMachine Machine;
-    ProcessorRecord Record(UC);
-    for (const UINT16 Sections : {0, 2}) {
-        Record.Cper()->Header.SectionCount = Sections;
-        EXPECT_EQ(File(Record), EFI_SUCCESS);
-        EXPECT_EQ(Policy.pMcaUncorrectedFiniteBuffer->Tail, Sections);
-    }
-}
-
 TEST(Filing, LosesRecordsThatCannotBeCopiedAndThoseThatNoBufferTakes) {
     PolicyMachine Machine;
     const std::uint64_t Blocks = Machine.Blocks();

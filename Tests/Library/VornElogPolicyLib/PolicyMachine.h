@@ -41,9 +41,6 @@ class PolicyMachine {
     std::vector<std::string> Sel() {
         return Events("sel", "bytes");
     }
-    std::vector<std::string> MachineCheckSel() {
-        return Events("sel", "bytes", "07 ");
-    }
     bool Traced(const std::string& Text) {
         return Sim.TraceLog().find(Text) != std::string::npos;
     }
@@ -99,7 +96,7 @@ struct TestRecord {
 };
 
 // MCA_STATUS bits, as processor manuals number them.
-inline constexpr UINT64 UC = UINT64{1} << 61, ADDRV = UINT64{1} << 58, PCC = UINT64{1} << 57, TCC = UINT64{1} << 55,
+inline constexpr UINT64 UC = UINT64{1} << 61, PCC = UINT64{1} << 57, TCC = UINT64{1} << 55,
                         TRANSPARENT = UINT64{1} << 52, DEFERRED = UINT64{1} << 44;
 
 struct ProcessorRecord : TestRecord {

@@ -93,26 +93,6 @@ TEST(DpcOperatingSystem, NotifiesWhatItAskedForAndHasNotHeardOf) {
     }
 }
 
-TEST(DpcOperatingSystem, ClearsAsMuchAsItIsToldTo) {
-    const struct {
-        Clears What;
-        bool LinkUp;
-        std::uint32_t Uncorrectable;
-    } Cases[] = {
-        {Clears::Nothing, false, 1 << 13},
-        {Clears::Trigger, true, 1 << 13},
-        {Clears::Everything, true, 0},
-    };
-    for (const auto& Case : Cases) {
-        World Here;
-        Here.Sim->Machine().Pcie().Inject(Here.Port(), {PcieError::Source::Uncorrectable, 13});
-        EXPECT_FALSE(Here.Sim->Machine().Pcie().IsLinkUp(Here.Port()));
-        Here.Os.Recover(PORT, Case.What);
-        EXPECT_EQ(Here.Sim->Machine().Pcie().IsLinkUp(Here.Port()), Case.LinkUp);
-        EXPECT_EQ(Here.Port().Aer(4), Case.Uncorrectable);
-    }
-}
-
 // EdrCount is 0: the firmware has nothing to look at, what changes is the ACPI code's doing.
 TEST(DpcOperatingSystem, AnOutcomeIsStoredAndARecoveredPortLeavesTheBuffer) {
     const struct {

@@ -13,7 +13,6 @@
 namespace Simulator {
 namespace {
 
-constexpr std::uint64_t CORRECTED = 0x9C20400000000135;
 constexpr std::uint32_t UMC_BANK = 15;  // the first memory controller's
 
 std::uint64_t Misc(std::uint64_t Kept, unsigned Enabled, unsigned Count, unsigned Interrupt) {
@@ -30,14 +29,6 @@ class RasServiceTest : public ::testing::Test {
     }
     std::uint64_t Bank(unsigned Number, std::uint32_t Register, unsigned Processor = 0) {
         return Run->ReadMsrRaw(Processor, McaMsr(Number, Register));
-    }
-    void Inject(unsigned Number, std::uint64_t Status, unsigned Processor = 0) {
-        MachineCheck Error;
-        Error.Processor = Processor;
-        Error.Bank = Number;
-        Error.Status = Status;
-        Error.Addr = 0x1000;
-        Run->InjectMachineCheck(Error);
     }
     std::unique_ptr<Simulation> Run;
     KYR_RAS_SERVICE_SMM_PROTOCOL* Ras = nullptr;
@@ -66,34 +57,6 @@ TEST_F(RasServiceTest, BootProgramsThresholdsFromTheApeiData) {
         EXPECT_EQ(Bank(UMC_BANK, MCA_CONFIG, 9), Case.Config);
         EXPECT_EQ(Run->ReadMsrRaw(9, 0xC0010121), Case.Cloak);
     }
-}
-
-TEST_F(RasServiceTest, ProgramsThresholdsOfTheBankMeant) {
-    Start();
-    const UINTN Processor = 1, Number = UMC_BANK;
-    for (int Error = 0; Error < 10; Error++) {
-        Inject(UMC_BANK, CORRECTED, 1);
-    }
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFFF, 2) | 1ULL << 48);
-    RasThresholdConfig Config{};
-    Config.McaMisc0DataValid = 1;
-    Config.ThresholdControl = 1;
-    Config.ThresholdCount = 0xABC;
-    Config.ThresholdIntType = 2;
-    Config.McaMisc1ThresholdCount = 0x111;  // not marked valid
-    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, TRUE), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xABC, 2)) << "the overflow is cleared";
-    EXPECT_EQ(Bank(UMC_BANK, MCA_MISC1, 1), Misc(COUNTER, 1, 0xFF5, 2));
-    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC0, 1), Misc(FIRST_OF_TWO, 1, 0xFF5, 2));
-    Config = {};
-    Config.McaMisc1DataValid = 1;
-    Config.McaConfigDataValid = 1;
-    EXPECT_EQ(Ras->SetMcaThreshold(&Processor, &Number, &Config, FALSE), EFI_SUCCESS);
-    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 1), COUNTER) << "all banks of the processor";
-    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_CONFIG, 1), 0x0000000700000027u);
-    EXPECT_EQ(Bank(0, MCA_MISC1, 1), 0u) << "a bank without a second counter";
-    EXPECT_EQ(Bank(UMC_BANK + 1, MCA_MISC1, 2), Misc(COUNTER, 1, 0xFF5, 2));
-    EXPECT_EQ(Ras->SetMcaThreshold(nullptr, nullptr, &Config, TRUE), EFI_INVALID_PARAMETER);
 }
 
 }  // namespace

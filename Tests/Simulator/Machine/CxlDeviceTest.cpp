@@ -61,25 +61,6 @@ TEST(CxlEvents, AreClearedInTheirOrderOrNotAtAll) {
     }
 }
 
-TEST(CxlEvents, AFullLogCountsWhatItLoses) {
-    CxlEventLog Log(2);
-    EXPECT_EQ(Log.Clear(1, {}), CxlMbInvalidInput) << "Clear All Events is for overflows";
-    for (std::uint64_t Time = 10; Time <= 50; Time += 10) {
-        Log.Add(Event(0), Time);
-    }
-    const std::vector<std::uint8_t> Output = Log.Get(256);
-    CXL_GET_EVENT_RECORDS_OUTPUT Front;
-    ASSERT_EQ(Output.size(), sizeof(Front) + 128);
-    std::memcpy(&Front, Output.data(), sizeof(Front));
-    EXPECT_EQ(Front.Flags, 3) << "overflow, and more records than fit";
-    EXPECT_EQ(UINT16{Front.OverflowErrorCount}, 3);
-    EXPECT_EQ(UINT64{Front.FirstOverflowTimeStamp}, 30u);
-    EXPECT_EQ(UINT64{Front.LastOverflowTimeStamp}, 50u);
-    EXPECT_EQ(UINT16{Front.EventRecordCount}, 1);
-    EXPECT_EQ(Log.Clear(0, {1}), CxlMbSuccess);
-    EXPECT_EQ(Log.Get(256)[0], 0) << "there is room again";
-}
-
 class CxlDevice : public testing::Test {
  protected:
     static constexpr std::uint64_t PRIMARY = 0x200, PAYLOAD = PRIMARY + 0x20;
@@ -136,18 +117,6 @@ TEST_F(CxlDevice, CommandsAreCheckedByTheirLength) {
         EXPECT_EQ(*Device.Read(PRIMARY + 8, 8) >> 16, Case.OutputLength) << std::hex << Case.Opcode;
     }
     EXPECT_EQ(Device.Logs().Policy().Settings[3], 0x12);
-}
-
-TEST_F(CxlDevice, TheDeviceOwnsItsMailboxWhileTheDoorbellIsSet) {
-    Device.Write(PRIMARY + 8, 8, 0x0102);
-    Device.Write(PRIMARY + 4, 4, 1);
-    Device.Write(PRIMARY + 8, 8, 0x0100);
-    Device.Write(PAYLOAD, 4, 0xFFFFFFFF);
-    Time = 100;
-    EXPECT_EQ(*Device.Read(PRIMARY + 8, 8), 0x40102u);
-    EXPECT_EQ(*Device.Read(PAYLOAD, 4), 0x01010101u);
-    EXPECT_FALSE(Device.Write(PAYLOAD, 1, 0)) << "narrow writes do not exist";
-    EXPECT_FALSE(Device.Read(CxlMemoryDevice::SizeFor(Setting()), 4).has_value());
 }
 
 TEST_F(CxlDevice, ABackgroundOperationRunsAlone) {

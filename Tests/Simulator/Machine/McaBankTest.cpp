@@ -64,28 +64,6 @@ TEST(McaBank, CountsCorrectedErrorsUpToTheLimitAndInterruptsOnce) {
     EXPECT_EQ(Bank.Read(MCA_MISC0), COUNTING_TO_SMI | 1ULL << 48 | 0xFFFULL << 32);
 }
 
-TEST(McaBank, GivesAMemoryControllerASecondCounterForWhatIsNoDramError) {
-    const std::uint64_t Start = COUNTING_TO_SMI | 0xFFEULL << 32;
-    const std::uint64_t Full = COUNTING_TO_SMI | 1ULL << 48 | 0xFFFULL << 32;
-    const struct {
-        std::uint64_t Ipid, Status, Misc0, Misc1;
-    } Cases[] = {
-        {UMC_IPID, CORRECTED, Full | 1 << 24, Start},
-        {UMC_IPID, CORRECTED | 0xC << 16, Start | 1 << 24, Full},
-        {CORE_IPID, CORRECTED | 0xC << 16, Full, 0},
-    };
-    for (const auto& Case : Cases) {
-        McaBank Bank = BankOf(Case.Ipid);
-        Bank.Set(MCA_MISC0, Start | (Bank.Read(MCA_MISC0) & 0xFF000000));
-        if (Bank.HasSecondCounter()) {
-            Bank.Set(MCA_MISC1, Start);
-        }
-        EXPECT_EQ(Bank.Log(ErrorOf(Case.Status)).ThresholdInterrupt, 2u);
-        EXPECT_EQ(Bank.Read(MCA_MISC0), Case.Misc0);
-        EXPECT_EQ(Bank.Read(MCA_MISC1), Case.Misc1);
-    }
-}
-
 TEST(McaBank, LetsSoftwareWriteWhatHardwareLetsItWrite) {
     const struct {
         const char* What;

@@ -43,25 +43,6 @@ TEST(MemoryController, CountsUpToTheLimitAndAsksFromThereOn) {
     }
 }
 
-TEST(MemoryController, ScrubberWalksUpwardAndAround) {
-    bool IsTouched = false;
-    MemoryController Umc(IsTouched);
-    Umc.Configure(0x100000000, 64);
-    EXPECT_FALSE(Umc.IsScrubbing());
-    Umc.Write(0x180, 0xFFFFFF7F);  // the low bits are no line's
-    Umc.Write(0x184, 0);
-    Umc.Write(0x174, 0x100);
-    ASSERT_TRUE(Umc.IsScrubbing());
-    EXPECT_EQ(Umc.Scrub(1), 64u);
-    EXPECT_EQ(Umc.Read(0x180), 0xFFFFFF80u);
-    EXPECT_EQ(Umc.Scrub(3), 192u);
-    EXPECT_EQ(Umc.Read(0x180), 0x40u);
-    EXPECT_EQ(Umc.Read(0x184), 0u);
-    EXPECT_EQ(Umc.Scrub(0x100000000), 0x100000000u) << "no line is told twice";
-    Umc.Write(0x174, 0);
-    EXPECT_FALSE(Umc.IsScrubbing());
-}
-
 class MemorySystemTest : public testing::Test {
  protected:
     static MemoryError Corrected() {

@@ -75,29 +75,6 @@ TEST(PcieContainment, SignalsAsItsControlSays) {
     }
 }
 
-TEST(PcieContainment, ClearingTheTriggerBringsTheLinkBack) {
-    PcieWorld World(Contained(2));
-    PcieFunction& Port = World["port"];
-    World.Fail("card", "malformed-tlp", WRITE);
-    World.Write(World["card"], 0x04, 0, 2);
-    // Nothing that happens or is asked below a contained port adds to its registers.
-    const std::uint32_t Status = World.Read(Port, 0x104);
-    World.Space.Read({0, 1, 3, 0}, 0, 4);
-    World.Fail("card", "malformed-tlp", WRITE);
-    EXPECT_EQ(World.Read(Port, 0x104), Status);
-    World.Write(Port, DPC + 0x08, 0x0008, 2);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port)) << "the interrupt status is another bit";
-    World.Write(Port, DPC + 0x08, 0x0001, 2);
-    EXPECT_TRUE(World.Fabric.IsLinkUp(Port));
-    EXPECT_EQ(World.Read(Port, DPC + 0x08, 2) & 1, 0u);
-    EXPECT_EQ(World.Read(Port, 0x62, 2), 0x0140u) << "presence, and the link's state changed";
-    PcieFunction& Card = World["card"];
-    EXPECT_EQ(World.Read(Card, 0, 2), 0x1D9Bu);
-    EXPECT_EQ(World.Read(Card, 0x04, 2), 0x0006u) << "the write below a contained port was lost";
-    EXPECT_EQ(World.Read(Card, 0x52, 2), 0u) << "not sticky";
-    EXPECT_EQ(World.Read(Card, 0x104), 0x40000u) << "sticky";
-}
-
 TEST(PcieContainment, ProgrammedIoErrorsLogAndSignalBySeverity) {
     const struct {
         const char* What;
@@ -147,64 +124,6 @@ TEST(PcieSlot, RemovalAndInsertionShowInItsRegisters) {
     // An empty slot.
     EXPECT_EQ(World.Read(World["port2"], 0x62, 2), 0u);
     EXPECT_FALSE(World.Fabric.IsLinkUp(World["port2"]));
-}
-
-TEST(PcieSlot, SurpriseIsAnErrorWhereTheStrapAndTheSlotSaySo) {
-    const struct {
-        const char* What;
-        bool Strap, Expected, Surprise;
-        std::uint32_t Uncorrectable;
-    } Cases[] = {
-        {"reported", true, false, true, 0x20},
-        {"not strapped", false, false, true, 0},
-        {"the slot expects surprises", true, true, true, 0},
-        {"orderly", true, false, false, 0},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.What);
-        PcieSettings Settings = Contained(0);
-        Settings.Ports[0].Function.SurpriseDown = Case.Strap;
-        Settings.Ports[0].Function.Slot->HotPlugSurprise = Case.Expected;
-        PcieWorld World(Settings);
-        World.Fabric.Remove(World["port"], Case.Surprise);
-        EXPECT_EQ(World.Read(World["port"], 0x104), Case.Uncorrectable);
-        EXPECT_EQ(World.Fabric.HasSmiPending(), Case.Uncorrectable != 0);
-    }
-}
-
-TEST(PcieSlot, SoftwareSwitchesPowerAndLinkOff) {
-    PcieSettings Settings = Contained(0);
-    Settings.Ports[0].Function.Slot->PowerController = true;
-    PcieWorld World(Settings);
-    PcieFunction& Port = World["port"];
-    World.Write(Port, 0x60, 0x0400, 2);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port));
-    EXPECT_EQ(World.Read(Port, 0x62, 2) & 0x0010, 0x0010u) << "command completed";
-    EXPECT_EQ(World.Read(Port, 0x62, 2) & 0x0040, 0x0040u) << "still plugged in";
-    EXPECT_EQ(World.Read(Port, 0x104), 0u) << "no surprise";
-    World.Fabric.SetPower(Port, true);
-    EXPECT_TRUE(World.Fabric.IsLinkUp(Port));
-    World.Write(Port, 0x58, 0x0010, 2);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port));
-    World.Write(Port, 0x58, 0x0000, 2);
-    EXPECT_TRUE(World.Fabric.IsLinkUp(Port));
-    World.Fabric.SetLink(Port, false);
-    EXPECT_FALSE(World.Fabric.IsLinkUp(Port));
-}
-
-TEST(PcieSlot, ResetLeavesStickyRegistersAndWhatSoftwareDoesNotWriteAgain) {
-    for (const bool Restores : {true, false}) {
-        PcieWorld World;
-        World.Fabric.SetSoftwareRestores(Restores);
-        World.Fail("nic0", "poisoned-tlp", WRITE);
-        World.Write(World["nic0"], 0x44, 0x0003, 2);
-        World.Write(World["port0"], 0x3E, 0x0043, 2);  // secondary bus reset
-        EXPECT_EQ(World.Read(World["nic0"], 0x06, 2), 0x0010u);
-        EXPECT_EQ(World.Read(World["nic0"], 0x104), 0x1000u);
-        EXPECT_EQ(World.Read(World["nic0"], 0x44, 2) & 3, 0u);
-        EXPECT_EQ(World.Read(World["nic0"], 0x04, 2), Restores ? 0x0006u : 0u);
-        EXPECT_EQ(World.Read(World["nic0"], 0x50, 2), Restores ? 0x283Fu : 0x2830u);
-    }
 }
 
 }  // namespace

@@ -77,19 +77,6 @@ TEST(PciePropagation, ErrorsOfAnEndpointLogAndSignalBySeverityMaskAndRole) {
     }
 }
 
-TEST(PciePropagation, PciStatusTellsOfPoisonAndAborts) {
-    PcieWorld World;
-    World.Fail("nic0", "poisoned-tlp", WRITE);
-    EXPECT_EQ(World.Read(World["nic0"], 0x06, 2), 0x8010u);
-    World.Fail("nic1", "completer-abort", READ);
-    EXPECT_EQ(World.Read(World["nic1"], 0x06, 2), 0x0810u);
-    World.Write(World["nvme0"], 0x04, 0x0106, 2);
-    World.Fail("nvme0", "malformed-tlp", WRITE);
-    EXPECT_EQ(World.Read(World["nvme0"], 0x06, 2), 0x4010u) << "signaled system error";
-    EXPECT_EQ(World.Read(World["bay0"], 0x1E, 2), 0x4000u) << "received system error";
-    EXPECT_EQ(World.Read(World["port1"], 0x1E, 2), 0x4000u);
-}
-
 TEST(PciePropagation, FirstErrorKeepsItsHeaderUntilItsStatusIsCleared) {
     PcieWorld World;
     PcieFunction& Function = World["nic0"];
@@ -163,24 +150,6 @@ TEST(PciePropagation, PortsForwardWhatTheyAreEnabledTo) {
     }
 }
 
-// Event collectors hear integrated endpoints of their bus; without one nobody does.
-TEST(PciePropagation, IntegratedEndpointsReportToTheirCollector) {
-    for (const bool HasCollector : {true, false}) {
-        PcieSettings Settings = OnePort(Described("device", PcieKind::IntegratedEndpoint));
-        if (HasCollector) {
-            Settings.Ports.push_back({0, 4, false, 0, Described("collector", PcieKind::EventCollector)});
-        }
-        PcieWorld World(Settings);
-        World.Fail("device", "uncorrectable-internal");
-        EXPECT_EQ(World.Fabric.Hub(0).GlobalStatusHi(), HasCollector ? 0x10u : 0u);
-        EXPECT_EQ(World.Fabric.RootPorts().size(), HasCollector ? 1u : 0u);
-        if (HasCollector) {
-            EXPECT_EQ(World.Read(World["collector"], 0x130), 0x54u);
-            EXPECT_EQ(World.Read(World["collector"], 0x134), 0x00080000u);
-        }
-    }
-}
-
 // A conventional card behind a PCIe-to-PCI bridge, and one that stands on a link.
 TEST(PciePropagation, ConventionalErrorsBecomeMessages) {
     const struct {
@@ -216,27 +185,6 @@ TEST(PciePropagation, ConventionalErrorsBecomeMessages) {
     World.Fail("card", "pci-system-error");
     EXPECT_EQ(World.Read(World["port"], 0x130), 0x54u);
     EXPECT_EQ(World.Read(World["port"], 0x1E, 2), 0x4000u);
-}
-
-TEST(PciePropagation, FunctionsWithoutAerSignalByTheStandardsSeverities) {
-    PcieFunctionSetting Plain = Described("card", PcieKind::Endpoint);
-    Plain.Aer = false;
-    const struct {
-        const char* Error;
-        TlpWords Header;
-        std::uint32_t DeviceStatus, RootStatus;
-    } Cases[] = {
-        {"malformed-tlp", WRITE, 0x4, 0x54},       {"poisoned-tlp", WRITE, 0x2, 0x24},
-        {"unsupported-request", WRITE, 0xA, 0x24}, {"unsupported-request", READ, 0x9, 0x01},
-        {"replay-num-rollover", WRITE, 0x1, 0x01},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.Error);
-        PcieWorld World(OnePort(Described("port", PcieKind::RootPort, {Plain})));
-        World.Fail("card", Case.Error, Case.Header);
-        EXPECT_EQ(World.Read(World["card"], 0x52, 2), Case.DeviceStatus);
-        EXPECT_EQ(World.Read(World["port"], 0x130), Case.RootStatus);
-    }
 }
 
 }  // namespace

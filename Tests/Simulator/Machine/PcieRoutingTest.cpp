@@ -29,50 +29,6 @@ TEST(PcieRouting, FollowsTheBusNumbersThatSoftwareWrites) {
     EXPECT_EQ(Vendor(World, 4, 0), 0xFFFFu);
 }
 
-TEST(PcieRouting, RequestsThatNobodyAnswersAreLoggedWhereTheyEnd) {
-    constexpr std::uint32_t NO_COMPLETER = 0x2000;  // received master abort
-    const struct {
-        const char* What;
-        const char* Port;
-        unsigned Bus, Device, Function;
-        bool IsRoot;
-        bool IsCompleter;
-    } Cases[] = {
-        {"a link has no device but 0: its port completes", "port0", 1, 1, 0, true, true},
-        {"a function that device 0 does not have", "port0", 1, 0, 5, true, false},
-        {"an empty slot", "port2", 6, 0, 0, true, true},
-        {"a switch has no such downstream port", "switch", 3, 7, 0, false, true},
-        {"below a switch's port", "bay1", 5, 2, 0, false, true},
-        {"a function below a switch's port", "bay1", 5, 0, 2, false, false},
-    };
-    for (const auto& Case : Cases) {
-        for (const ProbeLogging Probes : {ProbeLogging::None, ProbeLogging::RootPorts, ProbeLogging::All}) {
-            SCOPED_TRACE(testing::Message() << Case.What << ", " << static_cast<int>(Probes));
-            PcieSettings Settings;
-            Settings.Probes = Probes;
-            PcieWorld World(Settings);
-            PcieFunction& Port = World[Case.Port];
-            Port.Poke(0x114, 4, 0);
-            EXPECT_EQ(Vendor(World, Case.Bus, Case.Device, Case.Function), 0xFFFFu);
-            const bool Logs = Probes == ProbeLogging::All || (Probes == ProbeLogging::RootPorts && Case.IsRoot);
-            const bool Completes = Logs && Case.IsCompleter;
-            EXPECT_EQ(Port.Peek(0x52, 2), Completes ? 0x9u : 0u);
-            EXPECT_EQ(Port.Peek(0x104, 4), Completes ? 0x100000u : 0u);
-            EXPECT_EQ(Port.Peek(0x110, 4), Completes ? 0x2000u : 0u);
-            EXPECT_EQ(Port.Peek(0x1E, 2), Logs && !Completes ? NO_COMPLETER : 0u);
-            if (Port.HasRootPortExtensions()) {
-                EXPECT_EQ(Port.Peek(0x180, 4), Logs && !Completes ? 1u : 0u)
-                    << "UR completion of a configuration request";
-            }
-            if (Completes) {
-                EXPECT_EQ(Port.Peek(0x118, 4) & 0x1F, 20u) << "first error";
-                EXPECT_EQ(Port.Peek(0x11C, 4), 0x04000001u) << "a configuration read";
-                EXPECT_EQ(Port.Peek(0x124, 4), Case.Bus << 24 | Case.Device << 19 | Case.Function << 16);
-            }
-        }
-    }
-}
-
 // What firmware does before it looks for functions, and what it finds when it looks back.
 TEST(PcieRouting, ProbesRaiseAnErrorUnlessTheyAreKeptFromIt) {
     PcieWorld World;

@@ -26,38 +26,6 @@ TEST(LeakyBucket, OneErrorCrossesTheWarningAndOnlyALaterOneTheCriticalThreshold)
     EXPECT_FALSE(Machine.Sim.Traced("ERROR Substituting error data @ warning threshold instead"));
 }
 
-TEST(LeakyBucket, LeaksAfterTenQuietMinutesUnlessCritical) {
-    struct Case {
-        unsigned Seconds;
-        bool IsCritical;
-        UINT32 Count;
-    };
-    for (const Case& Test : {Case{599, false, 11}, Case{600, false, 3}, Case{600, true, 11}, Case{86400, true, 11}}) {
-        SCOPED_TRACE(testing::Message() << Test.Seconds << " s, critical " << Test.IsCritical);
-        MemoryMachine Machine(1000);
-        Machine.Post(MemoryError().Errors(8).Row(1));
-        Machine.Rank().Flags.WarnThresholdLogged = 1;
-        Machine.Rank().Flags.CritThresholdLogged = Test.IsCritical;
-        MemoryError Late;
-        if (Test.Seconds == 86400) {
-            Late.Cper()->Header.TimeStamp.Day = 25;
-        } else {
-            Late.At(Test.Seconds);
-        }
-        Machine.Post(Late.Errors(3).Row(2));
-        EXPECT_EQ(Machine.Rank().CeccPfaCurrentErrorCount, Test.Count);
-        EXPECT_EQ(Machine.Rows(), Test.Count == 3 ? 1u : 2u);
-        EXPECT_EQ(Machine.Rank().Flags.WarnThresholdLogged, 1);
-        for (const CPER_TIMESTAMP& Time :
-             {Machine.Rank().CeccPfaTimestampPreviousError, Machine.Rank().CeccPfaTimestampCurrentError}) {
-            EXPECT_EQ(std::memcmp(&Time, &Late.Cper()->Header.TimeStamp, sizeof(Time)), 0);
-        }
-        EXPECT_EQ(Machine.Sim.Traced("Minutes elapsed since last error 10 > leak timeout 10, resetting CECC leaky "
-                                     "bucket data"),
-                  Test.Count == 3);
-    }
-}
-
 TEST(LeakyBucket, TheWarningDoesNotCountAsThePreviousError) {
     MemoryMachine Machine;
     Machine.Post(MemoryError().At(0).Errors(49));
@@ -84,6 +52,25 @@ TEST(LeakyBucket, CountsSaturateAndADeltaOf0Saturates) {
     // No errors at all: the warning at once, with the row counted at 0; no page was counted, so none is retired.
     MemoryMachine Machine;
     EXPECT_THAT(Machine.Post(MemoryError().Errors(0)), ElementsAre("ppr 1 row 2abcd", "ppr saved", "health 02"));
+}
+
+TEST(PageRetire, APageIsLookedUpAmongThe400ThatAreTracked) {
+    MemoryMachine Machine(1000);
+    for (UINT64 Page = 1; Page <= 400; Page++) {
+        ASSERT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, Page, Page == 400 ? 125 : 3), EFI_SUCCESS);
+    }
+    EXPECT_EQ(VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(5, 401, 3), EFI_BUFFER_TOO_SMALL);
+    const std::tuple<UINT64, EFI_STATUS, UINT32, BOOLEAN> Cases[] = {
+        {400, EFI_SUCCESS, 399, TRUE}, {7, EFI_SUCCESS, 6, FALSE}, {401, EFI_NOT_FOUND, 0xDEADBEEF, FALSE}};
+    for (const auto& [Page, Status, Index, IsExceeded] : Cases) {
+        UINT32 Found = 0;
+        BOOLEAN Exceeded = 7;
+        ESXI_PAGE_RETIRE_ENTRY* Entry = nullptr;
+        EXPECT_EQ(VornElogSmmIsEsxiMemoryPageRetireThresholdExceeded(5, Page, &Found, &Entry, &Exceeded), Status);
+        EXPECT_EQ(Found, Index);
+        EXPECT_EQ(Exceeded, IsExceeded);
+        EXPECT_EQ(Entry, Policy.pOsEsxiPageRetireInfo) << "the first entry, whichever matched";
+    }
 }
 
 TEST(LeakyBucket, RefusesWhatItCannotCount) {

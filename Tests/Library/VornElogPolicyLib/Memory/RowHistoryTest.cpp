@@ -1,17 +1,12 @@
 // Rows with errors: keys, counts, copies.
 #include "Library/VornElogPolicyLib/Memory/RowHistory.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Tests/Library/VornElogPolicyLib/Memory/MemoryMachine.h"
 
 static EFI_STATUS Count(MemoryError& Error, UINT8 Rank = 0) {
     return VornElogSmmUpdateMemoryCeccHashTable(1, 4, 1, Rank, Error.Cper(), &Error.Data);
-}
-
-static UNIQUE_ROW_INSTANCE_NODE& Newest(MemoryMachine& Machine) {
-    return *RowInstance(Machine.Dimm->pUniqueRowIdentifierList->BackLink);
 }
 
 TEST(RowHistory, EveryFieldOfTheKeyMakesARowOfItsOwn) {
@@ -46,34 +41,6 @@ TEST(RowHistory, EveryFieldOfTheKeyMakesARowOfItsOwn) {
     EXPECT_EQ(RowInstance(Machine.Dimm->pUniqueRowIdentifierList->ForwardLink)->NumberCecc, 3u);
 }
 
-TEST(RowHistory, ANodeHoldsItsKeyAndCopiesOfTheLatestRecord) {
-    MemoryMachine Machine;
-    MemoryError First, Second;
-    ASSERT_EQ(Count(First.Errors(0xFFFF)), EFI_SUCCESS);
-    UNIQUE_ROW_INSTANCE_NODE& Node = Newest(Machine);
-    EXPECT_EQ(Node.Signature, 0xDEADDEADu);
-    EXPECT_EQ(Node.ChipSelect, 2);
-    EXPECT_EQ(Node.RankMul, 5);
-    EXPECT_EQ(Node.DeviceStart, 6u);
-    EXPECT_EQ(Node.DeviceEnd, 7u);
-    EXPECT_EQ(Node.Bank, 0x0D);
-    EXPECT_EQ(Node.Row, 0x2ABCDu);
-    Node.NumberCecc = 0xFFFFFFF0;
-    ASSERT_EQ(Count(Second.At(90).Errors(0x20)), EFI_SUCCESS);
-    EXPECT_EQ(Node.NumberCecc, 0x10u);
-    EXPECT_EQ(std::memcmp(Node.Cper, Second.Bytes.data(), 280), 0);
-    EXPECT_THAT(std::vector<UINT8>(Node.Cper + 280, Node.Cper + 408), testing::Each(0));
-    EXPECT_EQ(std::memcmp(&Node.ChipsetSupportData, &Second.Data, sizeof(Second.Data)), 0);
-
-    // A record that is longer than its copy is cut, and says so.
-    MemoryError Long;
-    Long.Bytes.resize(500, 0xEE);
-    Long.Cper()->Header.RecordLength = 500;
-    ASSERT_EQ(Count(Long), EFI_SUCCESS);
-    EXPECT_EQ(Node.Cper[407], 0xEE);
-    EXPECT_EQ(reinterpret_cast<CPER_RECORD*>(Node.Cper)->Header.RecordLength, 408u);
-}
-
 TEST(RowHistory, TheNewerOfTheRowsWithMostErrorsIsRetrieved) {
     MemoryMachine Machine;
     CPER_RECORD* Cper = nullptr;
@@ -99,25 +66,6 @@ TEST(RowHistory, TheNewerOfTheRowsWithMostErrorsIsRetrieved) {
     }
     VornElogSmmDisplayMemoryCeccHashTable(1, 4, 1, 0);
     EXPECT_TRUE(Machine.Sim.Traced("DeviceStart 6 DeviceEnd 7 Bank 13 Row 0x1 NumberCecc 6"));
-}
-
-TEST(RowHistory, ClearingTakesTheRowsOfBothRanksAndFreesThem) {
-    MemoryMachine Machine;
-    const auto Blocks = Machine.Sim->Pool().LiveBlocks;
-    MemoryError Rank0, Rank1;
-    Rank1.Data.MachineCheck.DimmInfo.ChipSelect = 3;
-    Count(Rank0, 0);
-    Count(Rank1, 1);
-    EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks + 2);
-    VornElogSmmClearMemoryCeccHashTable(1, 4, 1, 1);
-    EXPECT_EQ(Machine.Rows(), 0u);
-    EXPECT_EQ(Machine.Sim->Pool().LiveBlocks, Blocks);
-    // What the pool refuses to take back is forgotten all the same.
-    Count(Rank0, 0);
-    Machine.Sim->SetFailure("SmmFreePool", Simulator::Failure{EFI_NOT_FOUND, 1});
-    VornElogSmmClearMemoryCeccHashTable(1, 4, 1, 0);
-    EXPECT_EQ(Machine.Rows(), 0u);
-    EXPECT_TRUE(Machine.Sim.Traced("VornElogSmmClearMemoryCeccHashTable: ERROR Not Found from SmmFreePool"));
 }
 
 TEST(RowHistory, OnlyErrorsThatNameASymbolCanBeDecoded) {

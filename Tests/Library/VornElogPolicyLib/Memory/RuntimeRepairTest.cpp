@@ -158,6 +158,44 @@ TEST(RuntimePprInit, TakesWhatItNeedsOrNothing) {
     }
 }
 
+TEST(RuntimePpr, AMissedCompletionIsForcedByTheNextRequest) {
+    struct Case {
+        UINT32 QueueFull;
+        UINT8 QueueFront;
+        UINT32 CommandWord;
+        bool IsForced;
+    };
+    for (const Case& Test : {Case{1, 3, 0x80000000, true}, Case{0, 3, 0x80000000, false},
+                             Case{1, 2, 0x80000000, false}, Case{1, 3, 0x90000000, false}}) {
+        SCOPED_TRACE(testing::Message() << Test.QueueFull << " " << +Test.QueueFront << " " << Test.CommandWord);
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        Machine.Serve(1);
+        mQueueFull = Test.QueueFull;
+        mQueueFront = Test.QueueFront;
+        mRtPprReqDataBlock->PspCommandWord = Test.CommandWord;
+        MemoryError Error;
+        EXPECT_EQ(VornElogSmmRequestPpr(&Error.Data, PPR_CRITICAL), EFI_SUCCESS);
+        const Story Told = Machine.TakeStory();
+        EXPECT_EQ(std::count(Told.begin(), Told.end(), "health row 10 result 1"), Test.IsForced);
+        EXPECT_EQ(Told.back(), "runtime 2");
+    }
+}
+
+TEST(RepairVerification, AStuckScrubberIsToldAndTheVerificationGoesOn) {
+    for (const bool IsOn : {false, true}) {
+        RepairMachine Machine;
+        ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);
+        Machine.Serve(1);
+        Machine.Umc.Register(FakeUmc::SCRUB_CTRL, 3) = IsOn ? 0x100 : 0;
+        Machine.Umc.IsScrubberStuck = true;
+        mPspRtPprComplFlag = TRUE;
+        EXPECT_EQ(IsRtPprRepairedSuccess(), TRUE);
+        EXPECT_TRUE(Machine.Sim.Traced(IsOn ? "Disable patrol scrubber: Failed" : "Enable patrol scrubber: Failed"));
+        EXPECT_THAT(Machine.TakeStory(), testing::Contains("health row 10 result 1"));
+    }
+}
+
 TEST(RepairVerification, WhatCannotBeReachedDoesNotPass) {
     RepairMachine Machine;
     ASSERT_EQ(RuntimePprInit(), EFI_SUCCESS);

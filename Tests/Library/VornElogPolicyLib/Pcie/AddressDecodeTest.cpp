@@ -17,19 +17,6 @@ bool Decodes(const std::array<std::uint32_t, 4>& Header) {
     return VornElogSmmCheckMemAccessForPcieDev(0, BUS, 0, 0, Header.data()) != FALSE;
 }
 
-TEST(AddressDecode, RequestsAreToldApartByFormatAndType) {
-    PcieMachine Machine;
-    const PCI_DEVICE_STATE State{};
-    for (unsigned FmtType = 0; FmtType <= 0xFF; FmtType++) {
-        const UINT32 Header[4] = {FmtType << 24 | 0x00FFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF};
-        const bool IsWrite = FmtType == 0x40 || FmtType == 0x60;
-        const bool IsRead = FmtType == 0x00 || FmtType == 0x20 || FmtType == 0x01 || FmtType == 0x21;
-        EXPECT_EQ(VornElogGetTlpHeaderFmtType(&State, Header), IsWrite ? 1 : IsRead ? 2 : 0) << FmtType;
-    }
-    EXPECT_EQ(VornElogGetTlpHeaderFmtType(&State, nullptr), TlpOther);
-    EXPECT_EQ(VornElogGetTlpHeaderFmtType(nullptr, MEMORY_READ.data()), TlpOther);
-}
-
 TEST(AddressDecode, OnlyDmtfMessagesOfTypeOneAreRecognised) {
     PcieMachine Machine;
     const PCI_DEVICE_STATE State{};
@@ -117,84 +104,6 @@ TEST(AddressDecode, BaseAddressRegistersDecodeTheirSizeAndKeepTheirValue) {
             EXPECT_EQ(Device.Peek(PCI_BASE_ADDRESS_0 + 4 * One.Index, 4), One.Value) << Case.Name;
         }
     }
-}
-
-TEST(AddressDecode, BridgesDecodeTheirOwnRegistersAndTheirWindows) {
-    const struct {
-        const char* Name;
-        std::uint32_t Memory, Prefetchable, BaseUpper, LimitUpper;
-        std::vector<std::uint64_t> Inside, Outside;
-    } Cases[] = {
-        {"memory", 0xFE20FE10, 0x0000FFF0, 0, 0, {0xFE100000, 0xFE2FFFFC}, {0xFE0FFFFC, 0xFE300000, 0x1FE100000}},
-        {"closed", 0xFE10FE20, 0x0001FFF1, 0, 0, {}, {0xFE100000, 0xFE200000, 0xFE18FFFC}},
-        {"prefetchable, 32 bits",
-         0x0000FFF0,
-         0xD010D000,
-         0x10,
-         0x10,
-         {0xD0000000, 0xD01FFFFC},
-         {0xCFFFFFFC, 0x10D0000000}},
-        {"prefetchable, 64 bits",
-         0x0000FFF0,
-         0x00018001,
-         0x10,
-         0x12,
-         {0x1080000000, 0x1100000000, 0x12000FFFFC},
-         {0x107FFFFFFC, 0x1200100000, 0x80000000}},
-        {"its own registers", 0x0000FFF0, 0x0001FFF1, 0, 0, {0xFB000000, 0xFB00FFFC}, {0xFB010000, 0xFC000000}},
-        {"gone", 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, {}, {0xFFF00000, 0xFFFFFFFFFFF00000}},
-    };
-    PcieMachine Machine;
-    for (const auto& Case : Cases) {
-        Machine.Add(BUS, 0, 0, PcieSwitchUpstreamPort)
-            .MakeBridge(0x0E, 0x0F)
-            .SetBar(0, 0xFB000000, 0xFFFF0000)
-            .SetBar(2, 0x0F0E0D00, 0xFFFFFFFF)  // no base address register: the bus numbers
-            .Set(PCI_MEMORY_BASE, 4, Case.Memory)
-            .Set(PCI_PREFETCHABLE_MEMORY_BASE, 4, Case.Prefetchable)
-            .Set(PCI_PREFETCHABLE_BASE_UPPER, 4, Case.BaseUpper)
-            .Set(PCI_PREFETCHABLE_LIMIT_UPPER, 4, Case.LimitUpper);
-        for (const std::uint64_t Address : Case.Inside) {
-            EXPECT_TRUE(Decodes(Request(Address))) << Case.Name << std::hex << " " << Address;
-        }
-        for (const std::uint64_t Address : Case.Outside) {
-            EXPECT_FALSE(Decodes(Request(Address))) << Case.Name << std::hex << " " << Address;
-        }
-    }
-}
-
-TEST(AddressDecode, TheAddressIsWhereTheHeaderFormatHasIt) {
-    PcieMachine Machine;
-    auto& Device = Machine.Add(BUS, 0, 0, PcieEndpoint).SetBar(0, 0xFE000000, 0xFFF00000);
-    const struct {
-        std::uint32_t FmtType;
-        bool Is32, Is64;
-    } Cases[] = {{0x00, true, false}, {0x01, true, false}, {0x40, true, false},  {0x20, false, true},
-                 {0x21, false, true}, {0x60, false, true}, {0x44, false, false}, {0x70, false, false}};
-    for (const auto& Case : Cases) {
-        EXPECT_EQ(Decodes({Case.FmtType << 24, 0, 0xFE000003, 0}), Case.Is32) << Case.FmtType;
-        EXPECT_EQ(Decodes({Case.FmtType << 24, 0, 0, 0xFE000003}), Case.Is64) << Case.FmtType;
-    }
-    Device.Set(PCI_HEADER_TYPE, 1, 0x80);
-    EXPECT_TRUE(Decodes(MemoryWrite(0xFE000000)));
-    for (const unsigned Layout : {0x02u, 0x7Fu, 0xFFu}) {
-        Device.Set(PCI_HEADER_TYPE, 1, Layout);
-        EXPECT_FALSE(Decodes(MemoryWrite(0xFE000000))) << Layout;
-    }
-    EXPECT_EQ(VornElogSmmCheckMemAccessForPcieDev(0, BUS, 0, 0, nullptr), FALSE);
-    EXPECT_FALSE(VornElogSmmCheckMemAccessForPcieDev(0, BUS, 1, 0, MemoryWrite(0xFE000000).data()));  // absent
-}
-
-TEST(PowerState, SleepsWhenThePowerManagementRegistersSaySo) {
-    PcieMachine Machine;
-    auto& Device = Machine.Add(BUS, 0, 0, PcieEndpoint);
-    for (const unsigned State : {0u, 1u, 2u, 3u}) {
-        Device.Set(PM + PM_CONTROL_STATUS, 2, 0xFFFC | State);
-        EXPECT_EQ(VornElogSmmCheckD3HotState(0, BUS, 0, 0), State == 3 ? TRUE : FALSE);
-    }
-    Device.Set(PM, 1, 0x05);  // another capability
-    EXPECT_EQ(VornElogSmmCheckD3HotState(0, BUS, 0, 0), FALSE);
-    EXPECT_EQ(VornElogSmmCheckD3HotState(0, BUS, 1, 0), FALSE);
 }
 
 }  // namespace

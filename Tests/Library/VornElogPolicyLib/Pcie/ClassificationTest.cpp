@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "Tests/Library/VornElogPolicyLib/Pcie/PcieMachine.h"
 
@@ -93,105 +92,6 @@ TEST_F(Classification, RpPioTakesBackWhatItExplains) {
         .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x0000C000)     // CTO and CA
         .Set(AER + AER_UNCORRECTABLE_SEVERITY, 4, 0x00466030);  // the timeout is fatal
     EXPECT_EQ(Classify(PcieMachine::ROOT_BUS, 2), "R.DCH F.DC N.DC+");
-}
-
-TEST_F(Classification, ACxlDeviceReportsItsInternalErrorsOnce) {
-    constexpr std::uint64_t RAS = 0xF0001200;
-    auto& Mmio = Machine.Sim.Machine().Mmio();
-    Mmio.Map(RAS & ~0xFFFull, 0x1000, "CXL component registers");
-    Machine.Add(PcieMachine::BUS, 0, 0, PcieEndpoint)
-        .Set(PCIE + PCIE_DEVICE_STATUS, 2, 0x0005)
-        .Set(AER + AER_UNCORRECTABLE_STATUS, 4, 0x00400000)  // uncorrectable internal error
-        .Set(AER + AER_CORRECTABLE_STATUS, 4, 0x00004000);   // corrected internal error
-    const struct {
-        std::uint32_t Uncorrectable, Correctable;
-        bool IsCxl;
-        const char* Expected;
-    } Cases[] = {
-        {0x0001, 0, true, "XF.DCH F.DC K.DCH"}, {0x0400, 0, true, "XN.DCH F.DC K.DCH"},
-        {0, 0x0002, true, "F.DCH XK.DCH K.DC"}, {0x0401, 0x0002, true, "XF.DCH XN.DCH F.DC XK.DCH K.DC"},
-        {0x0401, 0x0002, false, "F.DCH K.DCH"},
-    };
-    for (const auto& Case : Cases) {
-        Mmio.Write(RAS, 4, Case.Uncorrectable);
-        Mmio.Write(RAS + 0x0C, 4, Case.Correctable);
-        State = Machine.Capture(PcieMachine::BUS, 0, 0);
-        State.Cxl.IsCxl = Case.IsCxl;
-        State.Cxl.CxlRevision = 1;
-        State.Cxl.RasCapabilityAddress = RAS;
-        State.Cxl.RasCapability[2] = 0x0001;  // severity
-        State.Cxl.DeviceEventStatus = Case.IsCxl ? 0x2 : 0;
-        EXPECT_EQ(VornElogSmmIsPciErrorSignaled(&State), EFI_SUCCESS);
-        EXPECT_EQ(Flags(State), Case.Expected);
-        EXPECT_EQ(State.Cxl.ErrorStatus.ComponentHandleSeverity.Warn, Case.IsCxl);
-    }
-}
-
-TEST_F(Classification, EveryHandleFlagFindsItsHandler) {
-    struct Case {
-        const char* Name;
-        void (*Set)(PCI_DEVICE_STATE& Function);
-        std::vector<std::string> Records;  // sections
-        bool IsComponentHandled = false;
-    };
-    const auto SetAll = [](PCI_DEVICE_STATE& Function) {
-        PCIE_ERROR_STATUS& Pcie = Function.Pcie.ErrorStatus;
-        CXL_ERROR_STATUS& Cxl = Function.Cxl.ErrorStatus;
-        Function.LegacyPci.Handle = TRUE;
-        Pcie.HandleFatal = Pcie.HandleUnsupportedRequest = Pcie.HandleNonFatal = TRUE;
-        Pcie.HandleCorrectable = Pcie.HandleRpPioFatal = TRUE;
-        Cxl.HandleFatal = Cxl.HandleNonFatal = Cxl.HandleCorrectable = Cxl.ComponentDetected = TRUE;
-    };
-    static constexpr auto Everything = SetAll;
-    for (const Case& Test : {
-             Case{"nothing", [](auto&) {}, {}},
-             Case{"legacy flags of a PCIe function", [](auto& F) { F.LegacyPci.Handle = TRUE; }, {}},
-             Case{"legacy function",
-                  [](auto& F) {
-                      F.PcieCapabilityOffset = 0;
-                      F.LegacyPci.Handle = TRUE;
-                  },
-                  {"pcie"}},
-             Case{"legacy function, nothing to handle",
-                  [](auto& F) {
-                      Everything(F);
-                      F.PcieCapabilityOffset = 0;
-                      F.LegacyPci.Handle = FALSE;
-                  },
-                  {}},
-             Case{"fatal", [](auto& F) { F.Pcie.ErrorStatus.HandleFatal = TRUE; }, {"pcie"}},
-             Case{"UR", [](auto& F) { F.Pcie.ErrorStatus.HandleUnsupportedRequest = TRUE; }, {"pcie"}},
-             Case{"non-fatal", [](auto& F) { F.Pcie.ErrorStatus.HandleNonFatal = TRUE; }, {"pcie"}},
-             Case{"correctable", [](auto& F) { F.Pcie.ErrorStatus.HandleCorrectable = TRUE; }, {"pcie"}},
-             Case{"RP PIO", [](auto& F) { F.Pcie.ErrorStatus.HandleRpPioFatal = TRUE; }, {"pcie"}},
-             Case{"CXL fatal", [](auto& F) { F.Cxl.ErrorStatus.HandleFatal = TRUE; }, {"cxl-protocol"}},
-             Case{"CXL non-fatal", [](auto& F) { F.Cxl.ErrorStatus.HandleNonFatal = TRUE; }, {"cxl-protocol"}},
-             Case{"CXL correctable", [](auto& F) { F.Cxl.ErrorStatus.HandleCorrectable = TRUE; }, {"cxl-protocol"}},
-             Case{"CXL component", [](auto& F) { F.Cxl.ErrorStatus.ComponentDetected = TRUE; }, {}, true},
-             Case{"all", Everything, {"pcie", "cxl-protocol"}, true},
-             Case{"containment, and all",
-                  [](auto& F) {
-                      Everything(F);
-                      F.Pcie.ErrorStatus.HandleDpcEvent = TRUE;
-                  },
-                  {"pcie"}},
-         }) {
-        Machine.Add(PcieMachine::ROOT_BUS, 2, 0, PcieRootPort)
-            .MakeBridge(PcieMachine::BUS, PcieMachine::BUS)
-            .AddDpc();
-        State = Machine.Capture(PcieMachine::ROOT_BUS, 2, 0);
-        State.PcieRootPortData.pPciDeviceStateUpstreamRootPort = &State;
-        State.Cxl.IsCxl = TRUE;
-        State.Cxl.CxlAgentType = 5;
-        Test.Set(State);
-        Machine.Forget();
-        EXPECT_EQ(VornElogSmmHandlePciDeviceError(&State), EFI_SUCCESS);
-        EXPECT_EQ(Machine.Events("record", "section"), Test.Records) << Test.Name;
-        EXPECT_EQ(Machine.TracedSince("SBDF 0000:0C:02.0 ERROR unable to get mailbox address offset, exiting...\n"),
-                  Test.IsComponentHandled)
-            << Test.Name;
-    }
-    EXPECT_EQ(VornElogSmmHandlePciDeviceError(nullptr), EFI_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -70,6 +70,18 @@ TEST_F(CxlErrors, ProtocolErrorsAreSortedByMaskAndSeverity) {
     }
 }
 
+TEST_F(CxlErrors, OnlyFunctionsWithCxl2RegistersHaveThem) {
+    SetLive(0x00, 0x4401);
+    SetLive(0x0C, 0x0002);
+    PCI_DEVICE_STATE NoCxl = Function(), Cxl1 = Function(), NoRegisters = Function();
+    NoCxl.Cxl.IsCxl = FALSE;
+    Cxl1.Cxl.CxlRevision = 0;
+    NoRegisters.Cxl.RasCapabilityAddress = 0;
+    for (PCI_DEVICE_STATE* State : {&NoCxl, &Cxl1, &NoRegisters}) {
+        EXPECT_EQ(Check(*State), "");
+    }
+}
+
 TEST_F(CxlErrors, EachEventLogIsASeverityInAllThreeSets) {
     for (std::uint64_t EventStatus = 0; EventStatus < 32; EventStatus++) {
         PCI_DEVICE_STATE State = Function();

@@ -60,14 +60,6 @@ TEST_F(DeviceState, NamesWhereTheFunctionHangs) {
     EXPECT_EQ(VornElogGetPciDeviceState(&HUB, &Port, nullptr), EFI_INVALID_PARAMETER);
 }
 
-TEST_F(DeviceState, LegacyFunctionIsARecordToo) {
-    Lay().Put(0x100, 4, 0x00010001);
-    ASSERT_EQ(VornElogGetPciDeviceState(&HUB, &Port, &State), EFI_SUCCESS);
-    EXPECT_EQ(State.IsPcie, FALSE);
-    EXPECT_EQ(State.PcieCapabilityOffset, 0);
-    EXPECT_EQ(State.AerOffset, 0);
-}
-
 TEST_F(DeviceState, BridgesAreToldByTheirClass) {
     struct Row {
         UINT32 Class;
@@ -141,29 +133,6 @@ TEST_F(DeviceState, PortTypeDecidesWhatIsCaptured) {
     }
 }
 
-TEST_F(DeviceState, CapturesWithoutReadingTwice) {
-    // Header 16; capability headers 2 (power management before PCI Express); PCI Express 15; extended headers 3.
-    LaidFunction Function = Lay();
-    Function.Express(0).List(0x80).Capability(0x80, 0x01, 0x40);
-    Function.Extended(0x100, 0x03, 0x200)
-        .Extended(0x200, 0x19, 0x300)
-        .Extended(0x300, 0x01, 0x400)
-        .Extended(0x400, 0x1D, 0);
-    Machine.Sim.ResetAccesses();
-    ASSERT_EQ(VornElogGetPciDeviceState(&HUB, &Port, &State), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Sim.Accesses().PciReads, 16u + 2 + 15 + 3 + 11);  // AER: 0x2C bytes
-    EXPECT_EQ(Machine.Sim.Accesses().PciWrites, 0u);
-
-    // A root port: AER 0x48 bytes, the DPC capability register, DPC 12 bytes, SFI 20; four extended headers and
-    // nothing behind them.
-    State = {};
-    State.PciAddress = ADDRESS;
-    Function.Put(0x42, 2, 0x0042).Extended(0x400, 0x1D, 0x500).Extended(0x500, 0x2C, 0x600);
-    Machine.Sim.ResetAccesses();
-    ASSERT_EQ(VornElogGetPciDeviceState(&HUB, &Port, &State), EFI_SUCCESS);
-    EXPECT_EQ(Machine.Sim.Accesses().PciReads, 16u + 2 + 15 + 5 + 18 + 1 + 3 + 5);
-}
-
 TEST_F(DeviceState, WhatIsMissingOrBrokenStaysEmpty) {
     struct Row {
         const char* What;
@@ -208,45 +177,6 @@ TEST_F(DeviceState, CxlRegistersOfCxlPortsOnly) {
     }
 }
 
-// Device Control and Status at 0x48; AER at 0x100.
-TEST_F(DeviceState, QueuesWhatIsWorthIt) {
-    struct Row {
-        const char* What;
-        int Type;  // -1: legacy
-        UINT16 DeviceControl, DeviceStatus;
-        UINT32 Uncorrectable, Severity, Correctable;
-        UINT16 Command, Status;
-        bool IsQueued;
-    };
-    const Row Rows[] = {
-        {"quiet endpoint", 0, 0xF, 0, 0, 0, 0, 0x140, 0, false},
-        {"quiet upstream port", 5, 0xF, 0, 0, 0, 0, 0x140, 0, false},
-        {"quiet root port", 4, 0xF, 0, 0, 0, 0, 0x140, 0, true},
-        {"quiet event collector", 10, 0xF, 0, 0, 0, 0, 0x140, 0, true},
-        {"quiet downstream port", 6, 0xF, 0, 0, 0, 0, 0x140, 0, true},
-        {"fatal", 0, 0x4, 0x4, 0x40000, 0x40000, 0, 0, 0, true},
-        {"non-fatal", 0, 0x2, 0x2, 0x40000, 0, 0, 0, 0, true},
-        {"correctable", 0, 0x1, 0x1, 0, 0, 0x40, 0, 0, true},
-        {"all of them, not reported", 0, 0x0, 0x0, 0x40000, 0, 0x40, 0, 0, false},
-        {"legacy parity error", -1, 0, 0, 0, 0, 0, 0x40, 0x0100, true},
-        {"legacy parity error without response", -1, 0, 0, 0, 0, 0, 0, 0x0100, false},
-    };
-    for (const Row& Row : Rows) {
-        SCOPED_TRACE(Row.What);
-        LaidFunction Function = Lay();
-        Function.Put(0x04, 2, Row.Command).Put(0x06, 2, Row.Status);
-        if (Row.Type >= 0) {
-            Function.Express(static_cast<unsigned>(Row.Type)).Extended(0x100, 0x01, 0);
-            Function.Put(0x44, 4, 0x8000).Put(0x48, 2, Row.DeviceControl).Put(0x4A, 2, Row.DeviceStatus);
-            Function.Put(0x104, 4, Row.Uncorrectable).Put(0x10C, 4, Row.Severity).Put(0x110, 4, Row.Correctable);
-        }
-        EXPECT_EQ(VornElogSmmGetPciDeviceState(&HUB, &Port, &State), EFI_SUCCESS);
-        EXPECT_EQ(Queued(), Row.IsQueued ? std::vector<UINT32>{ADDRESS} : std::vector<UINT32>{});
-        EXPECT_EQ(VornElogSmmClearPciDeviceStatusQueue(), EFI_SUCCESS);
-        EXPECT_EQ(DpcTriggerIoHubDataValid, FALSE);
-    }
-}
-
 TEST_F(DeviceState, ContainedPortIsKept) {
     LaidFunction Function = Lay();
     Function.Express(4).Extended(0x100, 0x1D, 0).Put(0x106, 2, 0x0011).Put(0x108, 2, 0x0001);
@@ -282,40 +212,6 @@ TEST_F(DeviceState, LooksUpTheOldestOfAFunction) {
     EXPECT_EQ(pFound, pNothing);
     EXPECT_EQ(VornElogSmmClearPciDeviceStatusQueue(), EFI_SUCCESS);
     EXPECT_EQ(Queued().size(), 0u);
-}
-
-TEST_F(DeviceState, MemoryOfRecordsIsZeroedAndItsLackIsTold) {
-    FakeServices Pool;
-    PCI_DEVICE_STATE* pState = nullptr;
-    ASSERT_EQ(VornElogSmmAllocatePciDeviceStateMemory(&pState), EFI_SUCCESS);
-    EXPECT_EQ(Pool.Blocks[pState], 1248u);
-    const PCI_DEVICE_STATE Zero{};
-    EXPECT_EQ(std::memcmp(pState, &Zero, sizeof(Zero)), 0);
-    EXPECT_EQ(VornElogSmmFreePciDeviceStateMemory(&pState), EFI_SUCCESS);
-    EXPECT_EQ(Pool.LiveBlocks, 0u);
-    pState = nullptr;
-    EXPECT_EQ(VornElogSmmFreePciDeviceStateMemory(&pState), EFI_INVALID_PARAMETER);
-    // A root port that cannot be queued: the status comes back and is told.
-    Lay().Express(4);
-    Pool.FailAllocation = 1;
-    EXPECT_EQ(VornElogSmmGetPciDeviceState(&HUB, &Port, &State), EFI_OUT_OF_RESOURCES);
-    EXPECT_TRUE(Machine.Traced("from QueueAdd (PCIe Device Data) for SBDF 0000:5C:13.5\n"));
-}
-
-TEST_F(DeviceState, AlreadyLoggedEntries) {
-    PCIE_ALREADY_LOGGED Table{};
-    for (unsigned Type = 0; Type < 16; Type++) {
-        SCOPED_TRACE(Type);
-        State.PcieCapability[2] = static_cast<UINT8>(Type << 4 | 2);
-        PCIE_ALREADY_LOGGED_ENTRY* pEntry = &Table.RootPort;
-        const EFI_STATUS Status = VornElogSmmGetPcieDeviceDataAlreadyLogged(&State, &Table, &pEntry);
-        const long Offset = Type <= 1 ? 11 : Type == 4 ? 1 : Type == 6 ? 6 : -1;
-        EXPECT_EQ(Status, Offset < 0 ? EFI_NOT_FOUND : EFI_SUCCESS);
-        EXPECT_EQ(pEntry == nullptr ? -1 : reinterpret_cast<UINT8*>(pEntry) - reinterpret_cast<UINT8*>(&Table),
-                  Offset);
-    }
-    PCIE_ALREADY_LOGGED_ENTRY* pEntry = nullptr;
-    EXPECT_EQ(VornElogSmmGetPcieDeviceDataAlreadyLogged(nullptr, &Table, &pEntry), EFI_INVALID_PARAMETER);
 }
 
 EFI_STATUS SlotService(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, PCI_SLOT_NUMBER_DATA* pSlotNumberData) {

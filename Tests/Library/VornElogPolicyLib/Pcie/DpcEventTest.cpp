@@ -5,16 +5,13 @@
 #include <gtest/gtest.h>
 
 #include "Library/VornElogBaseLib/Queue.h"
-#include "Library/VornElogPolicyLib/Notification/Cleanup.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcPostProcess.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieUceCount.h"
-#include "Library/VornElogPolicyLib/Pcie/PostProcessPcie.h"
 #include "Tests/Library/VornElogPolicyLib/Pcie/DpcMachine.h"
 
 namespace {
 
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 using Bodies = std::vector<std::string>;
 
@@ -22,11 +19,6 @@ using Bodies = std::vector<std::string>;
 const Bodies CHIPSET = {"DD 17 74 02 08 20"};
 const Bodies IDS = {"C1 1A 7E 00 00 34", "C1 1A 7E 00 01 12", "C1 1A 7E 00 02 CD", "C1 1A 7E 00 03 AB"};
 const Bodies ROOT = {"C1 49 7E 01 00 20", "C1 49 7E A0 19 08", "C1 49 7E 01 00 00"};
-const Bodies POISONED = {"C1 1A 7E 01 05 10"};   // UNCERRSTS 00001000
-const Bodies DPC_EVENT = {"DE 16 74 04 08 20"};  // by SBDF
-const Bodies FATAL_EVENT = {"DE 16 74 07 08 20"};
-const Bodies DEVICE_EVENT = {"DE 16 74 07 00 23"};
-const Bodies MALFORMED = {"C1 1A 7E 01 06 04"};  // UNCERRSTS 00040000
 
 Bodies Join(std::initializer_list<Bodies> Parts) {
     Bodies All;

@@ -129,20 +129,6 @@ TEST_F(ErrorScan, ProbesWhatMayBeThere) {
     }
 }
 
-TEST_F(ErrorScan, NoBusNumberNoScan) {
-    for (const auto& [Secondary, Subordinate] :
-         {std::pair{0, BUS}, std::pair{int{BUS}, UINT8{0}}, std::pair{0, UINT8{0}}}) {
-        Root->MakeBridge(static_cast<unsigned>(Secondary), Subordinate).Set(ROOT_STATUS, 4, 0x2C);
-        const TestFunction& Below = AddFailing(BUS, 0, 0);
-        Machine.Forget();
-        EXPECT_EQ(Scan(), EFI_SUCCESS);
-        EXPECT_EQ(Below.Reads, 0u);
-        // Unsupported requests were left as they are; the root port is cleared all the same.
-        EXPECT_THAT(Written(), ElementsAre(ROOT_PORT + ROOT_STATUS));
-        EXPECT_EQ(Root->Peek(ROOT_STATUS, 4), 0u);
-    }
-}
-
 TEST_F(ErrorScan, ClearsTopToBottomAndTheRootStatusLast) {
     TestFunction& First = AddFailing(BUS, 0, 0);
     TestFunction& Second = AddFailing(BUS, 5, 0);
@@ -256,34 +242,6 @@ TEST_F(ErrorScan, TakesThePortsThatAreMeant) {
     EXPECT_EQ(PcieErrorScanHelper(1, &Hub, SCAN_ALL_ROOT_PORTS), EFI_SUCCESS);
     EXPECT_THAT(QueuedAddresses(), ElementsAre(0x00C10000, 0x00C08000));
     VornElogSmmClearPciDeviceStatusQueue();
-}
-
-TEST_F(ErrorScan, RecordsGoToTheirOwnRootComplex) {
-    const struct {
-        UINT32 RootPort;
-        bool IsLinked;
-        UINT8 Seg, Bus;
-        std::size_t Records;
-    } Rows[] = {
-        {ROOT_PORT, true, 0, ROOT_BUS, 1},  {ROOT_PORT, true, 0, ROOT_BUS + 1, 0}, {ROOT_PORT, true, 1, ROOT_BUS, 0},
-        {ROOT_PORT, false, 0, ROOT_BUS, 1}, {ROOT_PORT, false, 0, BUS, 0},         {0x10C08000, true, 1, ROOT_BUS, 1},
-    };
-    for (const auto& Row : Rows) {
-        SCOPED_TRACE(testing::Message() << std::hex << Row.RootPort << (Row.IsLinked ? " linked" : " not linked"));
-        AddFailing(BUS, 0, 0);
-        PCI_DEVICE_STATE RootPort{};
-        RootPort.PciAddress = Row.RootPort;
-        Port.RpPciAddr = Row.RootPort;
-        PCI_DEVICE_STATE State{};
-        State.PciAddress = PackPciAddress(0, BUS, 0, 0);
-        State.PcieRootPortData.pPciDeviceStateUpstreamRootPort = Row.IsLinked ? &RootPort : nullptr;
-        ASSERT_EQ(VornElogSmmGetPciDeviceState(&Hub, &Port, &State), EFI_SUCCESS);
-        Machine.Forget();
-        EXPECT_EQ(VornElogSmmHandlePciErrors(0, 0, 0, Row.Seg, Row.Bus), EFI_SUCCESS);
-        EXPECT_EQ(Machine.Events("record", "section").size(), Row.Records);
-        VornElogSmmClearPciDeviceStatusQueue();
-        VornElogSmmClearErrorRecordBuffersPci();
-    }
 }
 
 }  // namespace

@@ -61,17 +61,6 @@ TEST(HotRemoval, TheRuleHoldsForCapturedAndForLiveRegisters) {
     EXPECT_EQ(VornElogSmmCheckPcieHotRemovalRegisterBased(0, PcieMachine::ROOT_BUS, 7, 0), FALSE);
 }
 
-TEST(HotRemoval, AnUnarmedContainmentTakesNoLinkDown) {
-    PcieMachine Machine;
-    const Case LinkDown = {"", HOT_PLUG, 0, PRESENT, LINK_REPORTED, 0, true, false};
-    for (const unsigned Control : {0x0011u, 0x0001u, 0x0010u, 0x0000u}) {
-        auto& Port = Machine.AddRootPort();
-        SetSlot(Port, LinkDown);
-        Port.Set(DPC + DPC_CONTROL, 2, Control);
-        EXPECT_EQ(VornElogSmmCheckPcieHotRemovalRegisterBased(0, PcieMachine::ROOT_BUS, 1, 0), Control != 0x0011u);
-    }
-}
-
 TEST(HotRemoval, OnlyPortsWithAnEmptySlotBelowThemShowIt) {
     const Case Empty = {"", HOT_PLUG, 0, 0, 0, 0, false, true};
     const struct {
@@ -97,28 +86,6 @@ TEST(HotRemoval, OnlyPortsWithAnEmptySlotBelowThemShowIt) {
             Machine.TracedSince("SBDF 0000:0C:02.0 Mirrow platform PCIe root port SecBus 0x0d SubBus 0x0e (switch "
                                 "topology)\n"),
             Port.PortType == PcieRootPort && !Port.Expected);
-    }
-}
-
-TEST(HotRemoval, ThePlatformsNvmeSwitchIsRemembered) {
-    const struct {
-        unsigned PortType, SwitchMode;
-        bool IsSwitch;
-        UINT32 Mode;
-    } Ports[] = {{PcieSwitchDownstreamPort, 0, true, 0},
-                 {PcieSwitchDownstreamPort, 1, true, 1},
-                 {PcieSwitchDownstreamPort, 2, true, 0xFFFFFFFF},
-                 {PcieRootPort, 1, false, 0}};  // not looked at
-    PcieMachine Machine;
-    for (const auto& Port : Ports) {
-        Machine.Add(PcieMachine::ROOT_BUS, 2, 0, Port.PortType)
-            .MakeBridge(0x0D, 0x0D)
-            .MakeNvmeSwitch(Port.SwitchMode)
-            .Set(PCIE + PCIE_SLOT_CAPABILITIES, 4, HOT_PLUG);
-        PCI_DEVICE_STATE State = Machine.Capture(PcieMachine::ROOT_BUS, 2, 0);
-        VornElogSmmCheckPcieHotRemoval(&State);
-        EXPECT_EQ(State.Pcie.IsVornBrandedNvmeSwitch, Port.IsSwitch) << Port.PortType << Port.SwitchMode;
-        EXPECT_EQ(State.Pcie.NvmeSwitchOperatingMode, Port.Mode) << Port.PortType << Port.SwitchMode;
     }
 }
 

@@ -14,7 +14,7 @@
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"
 
 // Where the capabilities of every test function lie.
-inline constexpr unsigned PM = 0x40, PCIE = 0x50, SSVID = 0x90, AER = 0x100, DPC = 0x180, VSEC = 0x200;
+inline constexpr unsigned PM = 0x40, PCIE = 0x50, AER = 0x100, DPC = 0x180;
 
 // Plain registers, read-only but for what a test makes writable. It may die: after so many reads it answers all ones.
 class TestFunction : public Simulator::PciFunction {
@@ -43,19 +43,6 @@ class TestFunction : public Simulator::PciFunction {
         Poke(AER, 4, DPC << 20 | 0x00020001);
         Poke(DPC, 4, 0x0001001D);
         Poke(DPC + DPC_CAPABILITY, 2, Capability);
-        return *this;
-    }
-    // The platform's own switch. Mode: what the switch ID registers say, 0 BSW, 1 iSSW.
-    TestFunction& MakeNvmeSwitch(unsigned Mode) {
-        Poke(PCI_VENDOR_ID, 2, 0x1000);
-        Poke(PCIE + 1, 1, SSVID);
-        Poke(SSVID, 4, 0x0000000D);
-        Poke(SSVID + 4, 4, 0x00011F3A);
-        Poke(AER, 4, VSEC << 20 | 0x00020001);
-        Poke(VSEC, 4, 0x0001000B);
-        Poke(VSEC + 4, 4, 0x010 << 20 | 0x0001);
-        Poke(VSEC + 8, 4, 0x1000);
-        Poke(VSEC + 12, 4, Mode << 14);
         return *this;
     }
     TestFunction& Set(unsigned Offset, unsigned Width, std::uint32_t Value) {

@@ -27,9 +27,6 @@ PCI_DEVICE_STATE Endpoint() {
 UINT32 Filed() {
     return Policy.pPciFiniteBuffer->Tail;
 }
-const ERROR_RECORD_BUFFER_ENTRY& Entry(UINT32 Element) {
-    return *BufferSlot<ERROR_RECORD_BUFFER_ENTRY>(Policy.pPciFiniteBuffer, Element);
-}
 
 TEST(PcieRecord, IsMadeOfWhatIsHandledOnly) {
     const struct {
@@ -68,21 +65,6 @@ TEST(PcieRecord, IsMadeOfWhatIsHandledOnly) {
     EXPECT_TRUE(Machine.Traced("VornElogSmmHandlePciError: ERROR pPciDeviceState == NULL, aborting..."));
 }
 
-TEST(PcieRecord, CarriesTheFunctionsChipsetData) {
-    for (const bool IsValid : {true, false}) {
-        PcieMachine Machine;
-        PCI_DEVICE_STATE State = Endpoint();
-        State.ChipsetDataValid = IsValid;
-        VornElogSmmHandlePciError(&State);
-        ASSERT_EQ(Filed(), 1u);
-        const UINT8* Data = reinterpret_cast<const UINT8*>(Entry(0).pKyrChipsetSupportData);
-        EXPECT_EQ(Data[8], IsValid ? 0x70 : 0);
-        EXPECT_EQ(Data[35], IsValid ? 0x8B : 0);
-        EXPECT_EQ(Data[0] | Data[1] | Data[4] | Data[36], 0);
-        EXPECT_EQ(Entry(0).pCper->Header.RecordLength, 408u);
-    }
-}
-
 TEST(PcieRecord, AFullBufferLosesTheRecord) {
     PcieMachine Machine;
     TestRecord Record(gCperSectionPcieGuid, 2, 208);
@@ -116,36 +98,6 @@ TEST(PcieRecord, TheStormCheckLeavesOutContainmentThatTheOsRecovers) {
         EXPECT_EQ(Machine.Traced("CPER reports PCIe root port or switch downstream port DPC event, skipping"),
                   Test.Counted == 0);
     }
-}
-
-TEST(RecordFunction, IsReadFromEachKindOfSection) {
-    constexpr EFI_GUID DramEvent{0xB3CB1D60, 0x069C, 0xAB4E, {0xB8, 0xAF, 0x4E, 0x9B, 0xFB, 0x5C, 0x96, 0x24}};
-    const struct {
-        EFI_GUID Type;
-        std::size_t Segment, Bus, Device, Function;  // from the record's start
-        std::size_t Enough;                          // bytes of the section
-    } Tests[] = {
-        {gCperSectionPcieGuid, 233, 235, 232, 231, 40},
-        {gCperSectionPciComponentGuid, 226, 225, 224, 223, 40},
-        {gCperSectionCxlProtocolGuid, 219, 218, 217, 216, 24},
-        {DramEvent, 219, 218, 217, 216, 21},
-    };
-    for (const auto& Test : Tests) {
-        for (const bool IsEnough : {true, false}) {
-            TestRecord Record(Test.Type, 0, Test.Enough);
-            Record.Put(Test.Segment, 2, 1).Put(Test.Bus, 0x4E, 1).Put(Test.Device, 0x0A, 1).Put(Test.Function, 1, 1);
-            Record.Cper()->Header.RecordLength -= IsEnough ? 0 : 1;
-            PCI_SBDF At{};
-            EXPECT_EQ(GetRecordFunction(Record.Cper(), &At), IsEnough);
-            if (IsEnough) {
-                EXPECT_EQ(PackPciAddress(At.Seg, At.Bus, At.Dev, At.Func), PackPciAddress(2, 0x4E, 0x0A, 1));
-            }
-        }
-    }
-    PCI_SBDF At{1, 2, 3, 4};
-    TestRecord Memory(gCperSectionPlatformMemoryGuid, 0, 80);
-    EXPECT_FALSE(GetRecordFunction(Memory.Cper(), &At));
-    EXPECT_EQ(At.Seg | At.Bus | At.Dev | At.Func, 0);
 }
 
 }  // namespace

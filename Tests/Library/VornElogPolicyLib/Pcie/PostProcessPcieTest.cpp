@@ -7,11 +7,8 @@
 #include "Include/RasAcpiSmmData.h"
 #include "Library/VornElogBaseLib/Queue.h"
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
-#include "Platform/Protocol/VendorServices.h"
 #include "Tests/Library/VornElogPolicyLib/Pcie/PcieMachine.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Bodies = std::vector<std::string>;
 
 namespace {
@@ -87,20 +84,6 @@ class PostProcessMachine : public PcieMachine {
         Forget();
         VornElogSmmPostProcessErrorRecordsPci();
     }
-    // Every function sits in that slot.
-    void SetSlot(const PCI_SLOT_NUMBER_DATA& Slot) {
-        Here = Slot;
-        Protocol.GetSlotNumberData = [](UINT8, UINT8, UINT8, UINT8, PCI_SLOT_NUMBER_DATA* pData) {
-            *pData = Here;
-            return EFI_SUCCESS;
-        };
-        Policy.IsPciSlotDataLocated = TRUE;
-        Policy.pVornPciSlotDataSmmProtocol = &Protocol;
-    }
-
- private:
-    static inline PCI_SLOT_NUMBER_DATA Here{};
-    VORN_PCI_SLOT_DATA_SMM_PROTOCOL Protocol{};
 };
 
 Simulator::Configuration Mode(bool IsDiagnostic, bool IsInPost) {
@@ -185,31 +168,6 @@ TEST(PostProcessPcie, ADownstreamDeviceSendsEventAndIdEachTimeAndTheRootPortOnce
     EXPECT_EQ(Machine.Sel(), Expected);
 }
 
-TEST(PostProcessPcie, EventsNameSlotAndBay) {
-    const struct {
-        bool IsCxl;
-        PCI_SLOT_NUMBER_DATA Slot;
-        Bodies Events;
-    } Tests[] = {
-        {false, {1, 1, {.SlotNumber = 0x0103}}, {"DE 16 74 03 03 01", "DE 16 74 07 51 4E"}},
-        {false, {1, 0, {.Drive = {2, 5}}}, {"DE 16 74 0B 05 02", "DE 16 74 07 51 4E"}},
-        {true, {0, 0, {.SlotNumber = 0}}, {"DF 1D 74 07 51 4E"}},
-        {true, {1, 0, {.Drive = {2, 5}}}, {"DF 1D 74 0B 05 02", "DF 1D 74 07 51 4E"}},
-    };
-    for (const auto& Test : Tests) {
-        PostProcessMachine Machine;
-        Machine.SetSlot(Test.Slot);
-        PCI_DEVICE_STATE State = StateOf(0x4E, 0x0A, 1, PcieEndpoint);
-        State.Cxl.IsCxl = Test.IsCxl;
-        Machine.Queue(State);
-        Machine.File(PcieRecord(0x4E, 0x0A, 1, 0, 1));
-        Machine.Run();
-        Bodies Expected = Test.Events;
-        Expected << Ids << RootPortData;
-        EXPECT_EQ(Machine.Sel(), Expected);
-    }
-}
-
 // The severity is that of everything handled, folded in the order of the classes; other classes leave the record's.
 TEST(PostProcessPcie, EventsTakeTheFoldedSeverity) {
     const struct {
@@ -272,20 +230,6 @@ TEST(PostProcessPcie, ARootPortSpeaksForTheOneDeviceBelowItOnceARun) {
     }
 }
 
-TEST(PostProcessPcie, AnEventCollectorSpeaksForItself) {
-    PostProcessMachine Machine;
-    PCI_DEVICE_STATE State = StateOf(0x0C, 0, 3, PcieRootComplexEventCollector);
-    // Base address registers, where a bridge has bus numbers.
-    State.PciHeader[PCI_SECONDARY_BUS_NUMBER] = State.PciHeader[PCI_SUBORDINATE_BUS_NUMBER] = 0x0D;
-    Machine.Queue(State);
-    Machine.File(PcieRecord(0x0C, 0, 3, 0, 1, PcieRootComplexEventCollector));
-    Machine.File(PcieRecord(0x0C, 0, 3, 0, 1, PcieRootComplexEventCollector));
-    Machine.Run();
-    Bodies Expected;
-    Expected << "DE 16 74 07 03 0C" << RootPortData << "DE 16 74 07 03 0C";
-    EXPECT_EQ(Machine.Sel(), Expected);
-}
-
 TEST(PostProcessPcie, ARecordThatFailsDoesNotStopTheWalk) {
     PostProcessMachine Machine;
     Machine.Queue(StateOf(0x4E, 0, 0, PcieEndpoint));
@@ -306,26 +250,6 @@ TEST(PostProcessPcie, ARecordThatFailsDoesNotStopTheWalk) {
     VornElogSmmClearErrorRecordBuffersPci();
     EXPECT_EQ(Machine.Blocks(), Blocks - 10);
     EXPECT_TRUE(FiniteBufferIsEmpty(Policy.pPciFiniteBuffer));
-}
-
-TEST(PostProcessPcie, TheHighestSeverityIsFoldedInOrderFromCorrectedOn) {
-    const struct {
-        std::vector<std::pair<UINT32, UINT32>> Records;
-        UINT16 Header, Descriptor;
-    } Tests[] = {
-        {{}, 2, 2}, {{{0, 1}}, 2, 2}, {{{1, 1}, {0, 0}}, 2, 2}, {{{3, 2}, {0, 1}}, 3, 2}, {{{0, 3}, {3, 2}}, 3, 3},
-    };
-    for (const auto& Test : Tests) {
-        PostProcessMachine Machine;
-        for (const auto& [Header, Descriptor] : Test.Records) {
-            Machine.File(PcieRecord(0x4E, 0, 0, Header, Descriptor));
-        }
-        Machine.File(PcieRecord(0x4E, 0, 1, 3, 3));  // another function's
-        UINT16 Header = 0xEEEE, Descriptor = 0xEEEE;
-        VornElogSmmPostProcessErrorRecordsPciGetHighestSeverityForSbdf(0, 0x4E, 0, 0, &Header, &Descriptor);
-        EXPECT_EQ(Header, Test.Header);
-        EXPECT_EQ(Descriptor, Test.Descriptor);
-    }
 }
 
 }  // namespace

@@ -116,34 +116,6 @@ TEST_F(RpPioErrors, AreValidUnlessSomethingExplainsThem) {
     EXPECT_EQ(IsValid, FALSE);
 }
 
-TEST_F(RpPioErrors, KindsAreThoseOfReportedErrors) {
-    for (unsigned Bit = 0; Bit < 32; Bit++) {
-        const bool Is[3] = {Bit == 0 || Bit == 8 || Bit == 16, Bit == 1 || Bit == 9 || Bit == 17,
-                            Bit == 2 || Bit == 10 || Bit == 18};
-        for (const char* const Screen : {"", "masked", "no system error", "no RP extensions"}) {
-            PCI_DEVICE_STATE State{};
-            const std::string Name = Screen;
-            const std::uint32_t One = std::uint32_t{1} << Bit;
-            SetCapturedRegister16(State.DpcCapability, DPC_CAPABILITY,
-                                  Name == "no RP extensions" ? 0 : RP_EXTENSIONS);
-            SetCapturedRegister32(State.DpcCapability, DPC_RP_PIO_STATUS, One);
-            SetCapturedRegister32(State.DpcCapability, DPC_RP_PIO_MASK, Name == "masked" ? One : ~One);
-            SetCapturedRegister32(State.DpcCapability, DPC_RP_PIO_SYS_ERROR, Name == "no system error" ? ~One : One);
-            BOOLEAN Kinds[3] = {2, 2, 2};
-            EXPECT_EQ(VornElogSmmCheckPcieDpRpPioErrorTypeAsserted(&State, &Kinds[0], &Kinds[1], &Kinds[2]),
-                      EFI_SUCCESS);
-            for (int Kind = 0; Kind < 3; Kind++) {
-                EXPECT_EQ(Kinds[Kind], Name.empty() && Is[Kind]) << Bit << Name;
-            }
-        }
-    }
-    PCI_DEVICE_STATE State{};
-    BOOLEAN Kind = 2;
-    EXPECT_EQ(VornElogSmmCheckPcieDpRpPioErrorTypeAsserted(nullptr, &Kind, &Kind, &Kind), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(VornElogSmmCheckPcieDpRpPioErrorTypeAsserted(&State, &Kind, nullptr, &Kind), EFI_INVALID_PARAMETER);
-    EXPECT_EQ(Kind, 2);
-}
-
 TEST_F(RpPioErrors, AerErrorsThatTheyExplainAreNotReportedTwice) {
     constexpr std::uint32_t UR = 1 << 20, CA = 1 << 15, CTO = 1 << 14, MALFORMED = 1 << 18, ALL = 0xFFFFFFFF;
     const struct {

@@ -73,27 +73,6 @@ TEST(MachineCheckStorm, TenErrorsOfOneKindWithinTenSecondsAreOne) {
     }
 }
 
-TEST(MachineCheckStorm, AnEntryIsTheRecordsFrontAndItsChipsetData) {
-    StormMachine Machine;
-    BankRecord Long(7, 5, CORRECTED);
-    for (std::size_t At = 200; At < Long.Bytes.size(); At++) {
-        Long.Bytes[At] = static_cast<UINT8>(At);
-    }
-    Machine.IsStorm(Long, 0);
-    EXPECT_EQ(std::memcmp(Machine.Oldest().Cper, Long.Bytes.data(), 408), 0);
-    EXPECT_EQ(std::memcmp(&Machine.Oldest().KyrChipsetSupportData, &Long.Data, sizeof(Long.Data)), 0);
-    EXPECT_EQ(Machine.Oldest().IsPciDeviceStateValid, 0);
-
-    // A shorter record than the entry has room for ends in zeros.
-    MemoryRecord Short(0x3A, 0x1000, 2);
-    Machine.IsStorm(Short, 20);
-    ASSERT_EQ(Machine.Entries(), 1u);
-    EXPECT_EQ(std::memcmp(Machine.Oldest().Cper, Short.Bytes.data(), 280), 0);
-    for (unsigned At = 280; At < 408; At++) {
-        ASSERT_EQ(Machine.Oldest().Cper[At], 0) << At;
-    }
-}
-
 TEST(MachineCheckStorm, WhatIsNoRecordToCountIsRefused) {
     StormMachine Machine;
     BOOLEAN Storm = 0xEE;
@@ -126,23 +105,6 @@ TEST(MachineCheckStorm, WhatIsNoRecordToCountIsRefused) {
     TestRecord Other({1, 2, 3, {}}, 2, 16);
     EXPECT_FALSE(Machine.IsStorm(Other, 0));
     EXPECT_EQ(Machine.Entries(), 1u);
-}
-
-// 27 or 28 errors a second from a source that nothing silences: what is remembered is what came in the last 10 s.
-TEST(MachineCheckStorm, AHundredThousandErrorsInAnHourNeedNoMoreMemoryThanTheLastTenSeconds) {
-    constexpr unsigned Errors = 100'000;
-    StormMachine Machine;
-    const std::uint64_t Blocks = Machine.Blocks();
-    std::uint64_t Storms = 0, Most = 0;
-    BankRecord Error(3, 15, CORRECTED, gCperSectionPlatformMemoryGuid);
-    for (unsigned Number = 0; Number < Errors; Number++) {
-        Storms += Machine.IsStorm(Error, static_cast<unsigned>(std::uint64_t{Number} * 3600 / Errors)) ? 1 : 0;
-        Most = std::max<std::uint64_t>(Most, Machine.Blocks() - Blocks);
-    }
-    EXPECT_EQ(Storms, Errors - 9);
-    // Ten whole seconds hold at most 278 errors; an entry is a block with a node.
-    EXPECT_LE(Most, 2 * 278u);
-    EXPECT_GE(Most, 2 * 277u);
 }
 
 }  // namespace

@@ -49,41 +49,6 @@ std::vector<std::string> Writes(StormMachine& Machine, const char* Field) {
     return Machine.Events("write", Field);
 }
 
-TEST(StormShutdown, EachClassLosesItsEnablesAndEachRegisterIsWrittenOnce) {
-    struct Case {
-        const char* Name;
-        PortType Type;
-        bool Correctable, NonFatal, Fatal;
-        UINT16 ControlCleared, RootCleared;
-    };
-    for (const Case& Test : {
-             Case{"endpoint, correctable", Endpoint, true, false, false, 0x1, 0},
-             Case{"endpoint, non-fatal with unsupported requests", Endpoint, false, true, false, 0xA, 0},
-             Case{"endpoint, fatal", Endpoint, false, false, true, 0x4, 0},
-             Case{"endpoint, all", Endpoint, true, true, true, 0xF, 0},
-             Case{"switch downstream port", SwitchDownstreamPort, true, true, true, 0xF, 0},
-             Case{"root port, correctable", RootPort, true, false, false, 0x1, 0x1},
-             Case{"root port, non-fatal", RootPort, false, true, false, 0xA, 0x2},
-             Case{"root port, fatal", RootPort, false, false, true, 0x4, 0x4},
-             Case{"event collector, all", EventCollector, true, true, true, 0xF, 0x7},
-         }) {
-        SCOPED_TRACE(Test.Name);
-        StormMachine Machine;
-        auto& Function = AddFunction(Machine, 0, Test.Type);
-        auto& Sibling = AddFunction(Machine, 1, Test.Type);
-        PCI_DEVICE_STATE Storming = State(Test.Type);
-        Storming.Pcie.SmiStorm.Correctable = Test.Correctable;
-        Storming.Pcie.SmiStorm.NonFatal = Test.NonFatal;
-        Storming.Pcie.SmiStorm.Fatal = Test.Fatal;
-        Machine.Forget();
-        EXPECT_EQ(VornElogSmmDisablePcieErrorGeneration(&Storming), EFI_SUCCESS);
-        EXPECT_EQ(Function.Peek(PCIE + 0x08, 2), (DEVICE_CONTROL | 0xFu) & ~Test.ControlCleared);
-        EXPECT_EQ(Function.Peek(PCIE + 0x1C, 2), ROOT_CONTROL & ~unsigned{Test.RootCleared});
-        EXPECT_EQ(Sibling.Peek(PCIE + 0x08, 2), DEVICE_CONTROL | 0xFu);
-        EXPECT_EQ(Writes(Machine, "address").size(), Test.RootCleared != 0 ? 2u : 1u);
-    }
-}
-
 TEST(StormShutdown, AllFunctionsOfTheDeviceWhenTheyWereCountedTogether) {
     StormMachine Machine;
     Simulator::PciFunction* Functions[] = {&AddFunction(Machine, 0, Endpoint), &AddFunction(Machine, 1, Endpoint),

@@ -40,9 +40,6 @@ class StormMachine : public PolicyMachine {
     static UINT32 Entries() {
         return Policy.SmiStormQueue->NumElements;
     }
-    static const SMI_STORM_QUEUE_ENTRY& Oldest() {
-        return *static_cast<const SMI_STORM_QUEUE_ENTRY*>(Policy.SmiStormQueue->pHead->pData);
-    }
     // The functions that were captured in this SMI, instead of those before.
     static void Capture(std::initializer_list<const PCI_DEVICE_STATE*> States) {
         QueueClear(Policy.pQueuePciDeviceData);

@@ -11,9 +11,6 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 constexpr UINT32 HOT_PLUG_SURPRISE = 1 << 5, HOT_PLUG_CAPABLE = 1 << 6;
 
 UINT32 RootPortOf(unsigned Socket, unsigned Iom, UINT8 Dev = 1) {
@@ -75,56 +72,6 @@ TEST(ReportingPath, ActionControlsLieInTheHubOfThePort) {
         EXPECT_EQ(*Smn.Read(Test.ExtCorr), 0xA5A5A5A7u) << Test.Iom;
         EXPECT_EQ(*Smn.Read(Test.IntCorr), 0xFFFFFFFFu) << Test.Iom;
         EXPECT_EQ(Machine.Writes().size(), 2u);
-    }
-}
-
-TEST(ReportingPath, ProcessorHubAndPortMustBeKnown) {
-    struct Case {
-        UINT32 Signature;
-        unsigned Iom;
-        UINT8 Port;
-        EFI_STATUS Status;
-    };
-    for (const Case& Test :
-         {Case{0x00B00F10, 0, 9, EFI_INVALID_PARAMETER}, Case{0x00B00F10, 1, 9, EFI_INVALID_PARAMETER},
-          Case{0x00B00F10, 2, 17, EFI_INVALID_PARAMETER}, Case{0x00B00F10, 0, 255, EFI_INVALID_PARAMETER},
-          Case{0x00A00F10, 0, 0, EFI_UNSUPPORTED}, Case{0x00B20F00, 0, 0, EFI_UNSUPPORTED},
-          // Model, stepping and the reserved bits do not count.
-          Case{0xF0B10FFF, 0, 0, EFI_SUCCESS}, Case{0x00B0FFFF, 0, 0, EFI_SUCCESS}}) {
-        Simulator::Configuration Settings;
-        Settings.CpuidSignature = Test.Signature;
-        IoHubMachine Machine(Settings);
-        Machine.Smn(0, 0).Map(0x13B2027C, 0);
-        Machine.Smn(0, 0).Map(0x13B20270, 0);
-        EXPECT_EQ(ReConfigAerReportingPath(Test.Port, RootPortOf(0, Test.Iom)), Test.Status) << Test.Signature;
-        EXPECT_EQ(Machine.Writes().size(), EFI_ERROR(Test.Status) ? 0u : 2u);
-    }
-    IoHubMachine Machine;
-    EXPECT_EQ(ReConfigAerReportingPath(0, PackPciAddress(1, 0, 1, 0)), EFI_NOT_FOUND);
-}
-
-TEST(IoCorrectedErrors, OnlyPortsThatWantIt) {
-    struct Case {
-        bool IsDiagnostic;
-        UINT8 CxlCapable, CxlMode;
-        bool IsRouted;
-    };
-    for (const Case& Test :
-         {Case{false, 0, 0, false}, Case{false, 1, 1, false}, Case{false, 0, 2, false}, Case{false, 1, 2, true},
-          Case{false, 1, 3, false}, Case{true, 0, 0, true}, Case{true, 1, 2, true}}) {
-        Simulator::Configuration Settings;
-        if (Test.IsDiagnostic) {
-            Settings.Attributes["CorErrLoggingThreshold"] = "Disabled";
-        }
-        IoHubMachine Machine(Settings);
-        MapPort3(Machine);
-        Machine.SetPorts({{RootPortOf(0, 0), 3, Test.CxlCapable, Test.CxlMode}});
-        EXPECT_EQ(VornConfigureSmiForIoCorrectedErrors(), EFI_SUCCESS);
-        EXPECT_EQ(Machine.Writes().size(), Test.IsRouted ? 2u : 0u) << +Test.CxlCapable << +Test.CxlMode;
-        mPlatformApeiData->PciMapValid = 0;
-        Machine.Forget();
-        EXPECT_EQ(VornConfigureSmiForIoCorrectedErrors(), EFI_SUCCESS);
-        EXPECT_THAT(Machine.Writes(), IsEmpty());
     }
 }
 

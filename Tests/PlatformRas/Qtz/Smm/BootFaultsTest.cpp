@@ -1,6 +1,5 @@
 // Protocols that are missing and services that fail while the driver starts: what it returns, registers and still
 // does.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>

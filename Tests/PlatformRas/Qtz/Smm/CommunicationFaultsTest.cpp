@@ -93,32 +93,4 @@ TEST_P(Communication, WithoutAMemoryMapNothingIsAccepted) {
 INSTANTIATE_TEST_SUITE_P(Each, Communication, testing::ValuesIn(HANDLERS),
                          [](const auto& Case) { return std::string(Case.param.Name); });
 
-// What fails on the way to the BMC, and whether the handler stays for another try.
-TEST(PostErrors, TheHandlerGoesOnceTheErrorsWereCounted) {
-    const struct {
-        const char* Failing;
-        EFI_STATUS Status;
-        std::size_t Sel, Sent, Unregistered;
-    } Cases[] = {
-        {"SmmLocateProtocol", EFI_DEVICE_ERROR, 0, 0, 0},
-        {"GetPostMessageCodes", EFI_SUCCESS, 1, 1, 1},  // goes on without codes
-        {"GetIpmiTransportProtocol", EFI_DEVICE_ERROR, 0, 0, 0},
-        {"GetBmcErrorCount", EFI_DEVICE_ERROR, 0, 0, 0},
-        {"SendBmcData", EFI_DEVICE_ERROR, 1, 0, 1},
-        {"SmiHandlerUnRegister", EFI_SUCCESS, 1, 1, 0},
-    };
-    for (const auto& Case : Cases) {
-        SCOPED_TRACE(Case.Failing);
-        BootedSimulation Sim;
-        Sim->SetFailure(Case.Failing, Simulator::Failure{});
-        Sim.Forget();
-        EXPECT_EQ(Sim->HandOverPostErrors(3, {0x11}), Case.Status);
-        EXPECT_EQ(Sim.Count("sel", {{"bytes", "C1 2E 72 A2 01 00"}}), Case.Sel);
-        EXPECT_EQ(Sim.Count("post-errors"), Case.Sent);
-        EXPECT_EQ(Sim.Count("unregister"), Case.Unregistered);
-        Sim->SetFailure(Case.Failing, std::nullopt);
-        EXPECT_EQ(Sim->HandOverPostErrors(2, {}), Case.Unregistered == 0 ? EFI_SUCCESS : EFI_NOT_FOUND);
-    }
-}
-
 }  // namespace

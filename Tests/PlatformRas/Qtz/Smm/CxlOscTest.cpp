@@ -54,11 +54,4 @@ TEST_F(CxlOsc, EveryCombinationKeepsTheRules) {
     EXPECT_EQ(Negotiate(0x1F, 0xFFFFFFC0), 0xFFFFFFC0) << "what has no meaning yet stays";
 }
 
-TEST_F(CxlOsc, NeedsThePlatformsData) {
-    CXL_POLICY_DATA* Policy = mPlatformApeiData->CxlPolicyData;
-    mPlatformApeiData->CxlPolicyData = nullptr;
-    EXPECT_EQ(KyrCxlOscCallback(nullptr, nullptr, nullptr, nullptr), EFI_NOT_FOUND);
-    mPlatformApeiData->CxlPolicyData = Policy;
-}
-
 }  // namespace

@@ -1,6 +1,5 @@
 // Services, allocations and registers that fail while memory errors are counted and repaired: the run goes on, no
 // count is lost, no row leaks.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Library/RasLib/Globals.h"
@@ -128,10 +127,10 @@ const FailingMember MEMBERS[] = {
     {"ElogClearGhes", {8, 8, 0, 2, 2, 2, 1, 5, 2, 0, 0, 1}},
     {"ElogLogCper", {8, 8, 1, 2, 2, 2, 1, 5, 2, 0, 0, 1}},
     {"ElogSignalSci", {8, 8, 1, 2, 2, 2, 1, 5, 2, 3, 0, 1}},
-    {"KyrPostPackageRepairSupported", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}},
-    {"VornPostPackageCreateEntry", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}},
-    {"VornPostPackageRepairUpdateToUefiVariable", {8, 8, 1, 2, 0, 2, 1, 5, 2, 3, 3, 1}},
-    {"VornRuntimePPRHandler", {8, 8, 1, 2, 2, 0, 0, 4, 2, 3, 3, 1}},
+    {"KyrPostPackageRepairSupported", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}, "from KyrPostPackageRepairSupported"},
+    {"VornPostPackageCreateEntry", {8, 8, 1, 0, 0, 0, 0, 4, 2, 3, 3, 1}, "from VornPostPackageCreateEntry"},
+    {"VornPostPackageRepairUpdateToUefiVariable", {8, 8, 1, 2, 0, 2, 1, 5, 2, 3, 3, 1}, "UpdateToUefiVariable"},
+    {"VornRuntimePPRHandler", {8, 8, 1, 2, 2, 0, 0, 4, 2, 3, 3, 1}, "from VornRuntimePPRHandler"},
     {"RuntimePprResult", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol"},
     {"SmmLocateHandle", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "locating gKyrJrvRasOemSmmProtocolGuid"},
     {"SmmHandleProtocol", {8, 8, 1, 2, 2, 2, 0, 5, 2, 3, 3, 1}, "reporting to OEM RAS protocol", EFI_NOT_FOUND},

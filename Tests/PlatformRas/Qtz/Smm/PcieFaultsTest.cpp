@@ -8,7 +8,6 @@
 #include <set>
 
 #include "Include/Cper.h"
-#include "Include/IohcRegisters.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Platform/Guids.h"
 #include "PlatformRas/Qtz/Smm/PcieErrorSmi.h"
@@ -332,34 +331,5 @@ INSTANTIATE_TEST_SUITE_P(Each, DyingFunction,
                                          Death{"switch", 5}, Death{"nvme0", 7}, Death{"port1", 5}, Death{"port4", 3},
                                          Death{"bridge", 3}, Death{"card", 1}, Death{"accelerator", 7}),
                          [](const auto& Case) { return std::string(Case.param.Function); });
-
-// A hub whose registers read all ones reports everything, and nothing acknowledges it.
-class SilentHub : public Simulator::SmnDevice {
- public:
-    std::optional<std::uint32_t> Read(std::uint32_t) const override {
-        return 0xFFFFFFFF;
-    }
-    bool Write(std::uint32_t, std::uint32_t) override {
-        return true;
-    }
-};
-
-TEST(PcieFaults, AHubThatDoesNotAnswerStopsNoOther) {
-    for (const std::size_t Hub : {0u, 1u, 7u}) {
-        SCOPED_TRACE(Hub);
-        SilentHub Silent;
-        BootedSimulation Sim(StoryMachine());
-        const Simulator::RootComplex& At = Sim->Machine().RootComplexes().at(Hub);
-        for (const IOHC_REGISTER& Register : {IOHC_RAS_GLOBAL_STATUS, IOHC_RAS_GLOBAL_STATUS_HI, IOHC_SW_SMI_CNTL}) {
-            Sim->Machine().SmnOf(Hub).MapDevice(
-                Register.SmnAddress(static_cast<UINT8>(At.Nbio), static_cast<UINT8>(At.Iohc)), 4, Silent);
-        }
-        InjectStory(Sim);
-        EXPECT_NO_THROW(Sim->RaiseSmi("root-complex"));
-        EXPECT_EQ(Reported(Sim), AllOfStory());
-        EXPECT_TRUE(Sim.Traced("RAS_GLOBAL_STATUS 0xffffffff RAS_GLOBAL_STATUS_HI 0xffffffff"));
-        ExpectEnded(Sim);
-    }
-}
 
 }  // namespace

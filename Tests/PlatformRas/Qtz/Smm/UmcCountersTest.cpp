@@ -134,21 +134,6 @@ TEST(UmcCounters, ADeltaIsWhatSixteenCountersTookLessWhatTheLastStoodAbove) {
                            "CeccErrorCountAccumulatedPerPhysRankBeforeUpdate 0x0003"));
 }
 
-TEST(UmcCounters, TheLogicalChannelFindsTheDimmAndThePhysicalOneTheCounters) {
-    UmcMachine Machine;
-    Machine.Data.MachineCheck.NormalizedAddressInfo.UmcChannel = 3;
-    Machine.Data.MachineCheck.NormalizedAddressInfo.Die = 1;
-    Machine.Umc.Register(FakeUmc::CNT_CTRL, 3) = 1;
-    Machine.Umc.Counter(3, 2 << 3) = 4;
-    UINT16 Delta = 0;
-    // Nothing was programmed: the shadows stand at 0, which is 16 above the start value.
-    EXPECT_EQ(Machine.Delta(&Delta), EFI_SUCCESS);
-    EXPECT_EQ(Delta, 0xBEEF);
-    Machine.Umc.Counter(3, 2 << 3) = 4 + 0x18;
-    EXPECT_EQ(Machine.Delta(&Delta), EFI_SUCCESS);
-    EXPECT_EQ(Delta, 8);
-}
-
 TEST(UmcCounters, ADeltaThatCannotBeTakenChangesNothing) {
     struct Case {
         const char* Name;
