@@ -23,8 +23,8 @@ void RunSteps(Simulator::Simulation& Machine, FuzzInput& Input, unsigned Count, 
 
 // Run: void(Simulator::Simulation&, FuzzInput&), on a booted machine made from the settings that Configure, a
 // Simulator::Configuration(FuzzInput&), returns; settings that no machine can be built from are refused. Guard bytes
-// are whole, blocks are given back once, no memory that is not there is touched (the simulation throws), and both runs
-// leave the same journal, trace and blocks.
+// are whole, blocks are given back once, no memory that is not there is touched (the simulation throws), and both
+// runs leave the same journal, trace and blocks.
 template <class Configure, class Run>
 void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Settings, Run Work) {
     struct Trail {

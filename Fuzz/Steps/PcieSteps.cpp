@@ -21,10 +21,14 @@ constexpr unsigned MOST_FUNCTIONS = 24;
 constexpr unsigned DEEPEST = 4;
 constexpr unsigned SPACE_SIZE = 4096;
 
-constexpr PcieKind KINDS_BELOW_PCIE[] = {PcieKind::Endpoint,       PcieKind::SwitchUpstreamPort,
-                                         PcieKind::LegacyEndpoint, PcieKind::PcieToPciBridge,
-                                         PcieKind::Endpoint,       PcieKind::SwitchDownstreamPort,
-                                         PcieKind::Pci,            PcieKind::RootPort};
+constexpr PcieKind KINDS_BELOW_PCIE[] = {PcieKind::Endpoint,
+                                         PcieKind::SwitchUpstreamPort,
+                                         PcieKind::LegacyEndpoint,
+                                         PcieKind::PcieToPciBridge,
+                                         PcieKind::Endpoint,
+                                         PcieKind::SwitchDownstreamPort,
+                                         PcieKind::Pci,
+                                         PcieKind::RootPort};
 constexpr PcieKind KINDS_BELOW_SWITCH[] = {PcieKind::SwitchDownstreamPort, PcieKind::SwitchDownstreamPort,
                                            PcieKind::SwitchDownstreamPort, PcieKind::Endpoint};
 constexpr PcieKind KINDS_BELOW_PCI[] = {PcieKind::Pci, PcieKind::Pci, PcieKind::PciBridge, PcieKind::Endpoint};
@@ -90,10 +94,9 @@ const PcieKind& KindBelow(FuzzInput& Input, PcieKind Above) {
 }
 
 void FillBelow(FuzzInput& Input, Simulator::PcieFunctionSetting& Bridge, unsigned Depth, unsigned& Left) {
-    const bool IsBridge =
-        Bridge.Kind == PcieKind::RootPort || Bridge.Kind == PcieKind::SwitchUpstreamPort ||
-        Bridge.Kind == PcieKind::SwitchDownstreamPort || Bridge.Kind == PcieKind::PcieToPciBridge ||
-        Bridge.Kind == PcieKind::PciBridge;
+    const bool IsBridge = Bridge.Kind == PcieKind::RootPort || Bridge.Kind == PcieKind::SwitchUpstreamPort ||
+                          Bridge.Kind == PcieKind::SwitchDownstreamPort || Bridge.Kind == PcieKind::PcieToPciBridge ||
+                          Bridge.Kind == PcieKind::PciBridge;
     if (!IsBridge || Depth == DEEPEST) {
         return;
     }
