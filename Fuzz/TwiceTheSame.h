@@ -44,7 +44,9 @@ void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Setti
         try {
             Machine = std::make_unique<Simulator::Simulation>(Configured);
         } catch (const std::invalid_argument& Error) {
-            return Trail{.Refusal = Error.what()};
+            Trail Refused;
+            Refused.Refusal = Error.what();
+            return Refused;
         }
         Machine->Boot();
         Work(*Machine, Input);

@@ -1,5 +1,6 @@
 #include "Simulator/Machine/CxlMailbox.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -55,7 +56,12 @@ CxlMailbox::Answer CxlMailbox::RunOrRefuse(std::uint16_t Opcode, const std::vect
         Refusals.erase(Found);
     }
     ToldLength = Now.ToldLength;
-    return Now.ToldLength ? Run(Opcode, Input) : Answer{Now.ReturnCode, {}};
+    if (Now.Output) {
+        std::vector<std::uint8_t> Output = *Now.Output;
+        Output.resize(std::min(Output.size(), Payload.size()));
+        return {Now.ReturnCode.value_or(CxlMbSuccess), std::move(Output)};
+    }
+    return Now.ToldLength ? Run(Opcode, Input) : Answer{Now.ReturnCode.value_or(CxlMbInternalError), {}};
 }
 
 void CxlMailbox::Finish() {

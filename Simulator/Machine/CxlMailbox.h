@@ -38,13 +38,14 @@ class CxlMailbox {
     void Hang() {
         HangsNext = true;
     }
-    // The next Times commands with that opcode are not carried out and return this. Output: told length of an answer
-    // that is not there.
+    // The next Times commands with that opcode are not carried out but for one whose length alone is a lie, and
+    // return this.
     struct Refusal {
-        std::uint16_t ReturnCode = CxlMbInternalError;
+        std::optional<std::uint16_t> ReturnCode{};  // an internal error, or success where there is an output
         std::uint64_t Times = 1;
         std::uint64_t Skip = 0;
-        std::optional<std::uint32_t> ToldLength{};  // instead of the real output's
+        std::optional<std::uint32_t> ToldLength{};          // instead of the output's
+        std::optional<std::vector<std::uint8_t>> Output{};  // what the device has taken for an answer
     };
     void Refuse(std::uint16_t Opcode, const Refusal& How) {
         Refusals[Opcode] = How;

@@ -24,6 +24,11 @@ class CxlRestrictedPort {
         return Base;
     }
 
+    // The block of one end.
+    CxlRegisterBlock& Block(bool IsUpstream) {
+        return IsUpstream ? UpstreamBlock : DownstreamBlock;
+    }
+
     CxlComponentRegisters Downstream{true};
     CxlComponentRegisters Upstream{true};
 

@@ -22,6 +22,20 @@ struct EccCounter {
     unsigned RankMul = 0;
 };
 
+// Chip selects that a syndrome can name. Each has its address configuration, though a channel has no rank behind all.
+inline constexpr unsigned UMC_NAMEABLE_CHIP_SELECTS = 8;
+
+// A controller that the part has, but that is switched off: nothing answers.
+class SilentMemoryController : public SmnDevice {
+ public:
+    std::optional<std::uint32_t> Read(std::uint32_t) const override {
+        return UINT32_MAX;
+    }
+    bool Write(std::uint32_t, std::uint32_t) override {
+        return true;
+    }
+};
+
 class MemoryController : public SmnDevice {
  public:
     static constexpr std::uint32_t REGISTER_BLOCK = 0x1000;  // bytes
@@ -74,7 +88,7 @@ class MemoryController : public SmnDevice {
     }
 
     bool& ScrubberTouched;
-    std::array<std::uint32_t, UMC_CHIP_SELECTS> AddressConfig{};
+    std::array<std::uint32_t, UMC_NAMEABLE_CHIP_SELECTS> AddressConfig{};
     std::array<std::uint16_t, COUNTERS> Counters{};
     std::array<bool, UMC_CHIP_SELECTS> InterruptOff{};
     std::uint32_t Select = 0;

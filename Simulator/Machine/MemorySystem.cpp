@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "Include/MemorySlots.h"
 #include "Simulator/Machine/Machine.h"
 
 namespace Simulator {
@@ -87,6 +88,9 @@ MemorySystem::MemorySystem(Machine& Machine) : Hardware(Machine), Addresses(Mach
                 One.EnableScrubber();
             }
             Smn.MapDevice(UmcSmnAddress(Channel, 0), MemoryController::REGISTER_BLOCK, One);
+        }
+        for (unsigned Channel = Settings.ChannelsPerSocket; Channel < MAX_UMC_CHANNELS; Channel++) {
+            Smn.MapDevice(UmcSmnAddress(Channel, 0), MemoryController::REGISTER_BLOCK, SwitchedOff);
         }
     }
 }

@@ -94,6 +94,7 @@ class MemorySystem {
     AddressMap Addresses;
     bool MayScrub = false;  // some scrubber walks; asked for with every microsecond that a processor waits
     std::vector<std::vector<std::unique_ptr<MemoryController>>> Controllers;  // by socket and channel
+    SilentMemoryController SwitchedOff;
     std::vector<BadRow> BadRows;
 };
 

@@ -196,6 +196,7 @@ constexpr YamlKey<RefusalDraft> RefusalKeys[] = {
     {"opcode", ReadNumber<&RefusalDraft::Opcode>, true},
     {"code",
      [](const YamlValue& V, RefusalDraft& D) { D.How.ReturnCode = static_cast<UINT16>(V.Number(0, 0xFFFF)); }},
+    {"output", [](const YamlValue& V, RefusalDraft& D) { D.How.Output = V.Bytes(); }},
     {"told-length",
      [](const YamlValue& V, RefusalDraft& D) { D.How.ToldLength = static_cast<UINT32>(V.Number(0, 0x1FFFFF)); }},
     {"times", [](const YamlValue& V, RefusalDraft& D) { D.How.Times = V.Number(1); }},

@@ -1,4 +1,6 @@
 #include <fmt/format.h>
+#include <yaml-cpp/eventhandler.h>
+#include <yaml-cpp/yaml.h>
 
 #include <algorithm>
 #include <fstream>
@@ -104,6 +106,28 @@ void CheckEncoding(const std::string& Text, const std::string& File) {
     }
 }
 
+// Takes a document apart and keeps nothing of it.
+class IgnoredDocument : public YAML::EventHandler {
+ public:
+    void OnDocumentStart(const YAML::Mark&) override {}
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t, const std::string&) override {}
+    void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+    void OnMapEnd() override {}
+};
+
+// Looks no further than a second document: some texts, one that begins with a comma, have documents without end.
+bool HasOneDocument(const std::string& Text) {
+    std::istringstream Stream(Text);
+    YAML::Parser Parser(Stream);
+    IgnoredDocument Ignored;
+    return Parser.HandleNextDocument(Ignored) && !Parser.HandleNextDocument(Ignored);
+}
+
 }  // namespace
 
 EventPattern ReadPattern(const YamlValue& Value) {
@@ -130,20 +154,20 @@ EventPattern ReadPattern(const YamlValue& Value) {
 
 Scenario ParseScenario(const std::string& Text, const std::string& File) {
     CheckEncoding(Text, File);
-    std::vector<YAML::Node> Documents;
+    YAML::Node Document;
     try {
-        Documents = YAML::LoadAll(Text);
+        Document = HasOneDocument(Text) ? YAML::Load(Text) : YAML::Node();
     } catch (const YAML::Exception& Error) {
         throw ScenarioError({File, Error.mark.line + 1, Error.mark.column + 1}, "no YAML: " + Error.msg);
     }
-    if (Documents.size() != 1 || !Documents[0].IsMap()) {
+    if (!Document.IsMap()) {
         throw ScenarioError({File, 1, 1},
                             "a scenario is one mapping with name, about, machine, steps and expectations");
     }
     ScenarioDraft Draft;
     Draft.Result.File = File;
     Draft.Result.MachineWhere = {File};
-    const YamlValue Whole(Documents[0], File);
+    const YamlValue Whole(Document, File);
     Whole.RequireModest();
     ReadKeys<ScenarioDraft>(Whole, ScenarioKeys, Draft);
     if (Draft.Steps) {
