@@ -1,5 +1,5 @@
 # One word each. `run` and `test` install what they need on a bare Debian machine.
-.PHONY: run test firmware os-test foreign-test fuzz bench format check clean
+.PHONY: run test firmware os-test foreign-test fuzz soak bench format check clean
 
 BUILD := build
 CMAKE := cmake -G Ninja -S .
@@ -41,6 +41,13 @@ fuzz:
 	@$(CMAKE) -B $(BUILD)/fuzz -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DFUZZ=ON $(QUIET)
 	@cmake --build $(BUILD)/fuzz $(QUIET)
 	@Scripts/fuzz $(BUILD)/fuzz $(or $(SECONDS),20)
+
+# SMIS, SEED: how many SMIs on random machines, and the first machine's seed.
+soak:
+	@Scripts/install-packages build test
+	@$(CMAKE) -B $(BUILD)/sanitize -DCMAKE_BUILD_TYPE=Debug -DSANITIZE=ON $(QUIET)
+	@cmake --build $(BUILD)/sanitize --target ras-tests $(QUIET)
+	@RAS_SOAK_SMIS=$(or $(SMIS),1000000) RAS_SOAK_SEED=$(or $(SEED),1) $(BUILD)/sanitize/ras-tests --gtest_filter='Soak.*'
 
 bench:
 	@Scripts/install-packages build bench
