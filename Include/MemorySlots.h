@@ -1,9 +1,9 @@
 // The platform's view of its DIMM slots.
 #pragma once
 
-#include "Include/Layout.h"
+#include "Include/Field.h"
+#include "Include/Topology.h"
 
-inline constexpr UINT8 MAX_SOCKETS = 2;
 inline constexpr UINT8 MAX_UMC_CHANNELS = 12;  // of a socket
 inline constexpr UINT8 MAX_DIMMS_PER_CHANNEL = 2;
 inline constexpr UINT16 MAX_DIMM_SLOTS = MAX_SOCKETS * MAX_UMC_CHANNELS * MAX_DIMMS_PER_CHANNEL;
@@ -21,6 +21,13 @@ KYR_FIELD(DIMM_MAP_ENTRY, UmcChannel, 1);
 KYR_FIELD(DIMM_MAP_ENTRY, Dimm, 3);
 KYR_FIELD(DIMM_MAP_ENTRY, Label, 8);
 
+// What kind of threshold a slot's DIMM has.
+namespace SwThresholdInfo {
+using ThresholdType = Field<UINT8, 0>;
+using ThresholdMultiplier = Field<UINT8, 3, 1>;
+static_assert(FieldsDisjoint<ThresholdType, ThresholdMultiplier>());
+}  // namespace SwThresholdInfo
+
 // One slot. The places of socket, channel and DIMM are given; the others are platform constants.
 struct VORN_MEMORY_SLOT_INFO {
     UINT8 Populated;
@@ -29,7 +36,7 @@ struct VORN_MEMORY_SLOT_INFO {
     UINT8 UmcChannel;
     UINT8 Producer4;
     UINT8 Dimm;
-    UINT8 ThresholdInfo;  // bit 0 ThresholdType, bits 3:1 ThresholdMultiplier
+    UINT8 ThresholdInfo;  // SwThresholdInfo
     UINT8 Producer7;
     UINT32 ThresholdCount;  // corrected errors that foretell a failure
 };

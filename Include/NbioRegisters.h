@@ -5,17 +5,9 @@
 // layout of IOM 2 (and of IOM 6, its twin) holds core 5 as well, with 8 ports more. Ports are counted through an
 // IOHC: 0 to 8 belong to the first core, 9 to 16 to core 5 as its ports 0 to 7.
 //
-//   register                      address
-//   bridge map of a port          0x13B100B8 (even IOHC) or 0x1D4100B8 (odd IOHC) + IOHC / 2 * 0x100000
-//                                 + NBIO * 0x200000 + port of the IOHC * 4
-//   HWINIT lock (PCIe control)    0x1A380040 / 0x1A480040 / 0x1A780040 / 0x1A880040 / 0x1AB80040 for core 0 / 1 / 2 /
-//   3
-//                                 / 5, + 0x200000 for IOM 4 to 7: one for all ports of the core
-//   error control of a port       0x1A3401A8 / 0x1A4401A8 / 0x1A7401A8 / 0x1A8401A8 / 0x1AB401A8 for core 0 / 1 / 2 /
-//   3
-//                                 / 5, + 0x200000 for IOM 4 to 7, + port of the core << 12
-//   ExtCorr, IntCorr action       even IOHC: 0x13B2027C, 0x13B20270; odd IOHC: 0x1D420124, 0x1D420118; + IOHC / 2 *
-//   control of a port             0x100000 + NBIO * 0x200000 + port of the IOHC * 0x20
+// A PCIe core's control register (with the HWINIT lock) and its ports' error control registers follow the core, for
+// IOM 4 to 7 + 0x200000 (Library/RasLib/NbioPort.cpp has the table). What belongs to a port of an IOHC follows the
+// IOHC.
 #pragma once
 
 #include "Include/Field.h"
@@ -27,6 +19,24 @@ inline constexpr UINT8 IOHC_PORTS_TWO_CORES = 17;
 constexpr UINT8 IohcPortCount(UINT8 Iom) {
     return Iom % 4 == 2 ? IOHC_PORTS_TWO_CORES : IOHC_PORTS;
 }
+
+// A register that an IOHC has for each of its ports. NbioRbIndex: even IOHCs first (0 to 3), then the odd ones (4 to
+// 7), each in the order of their NBIO.
+struct IOHC_PORT_REGISTER {
+    UINT32 EvenBase;
+    UINT32 OddBase;
+    UINT32 PortStride;
+
+    constexpr UINT32 SmnAddress(UINT8 NbioRbIndex, UINT8 Port) const {
+        constexpr UINT32 IOHC_STRIDE = 0x100000;
+        return (NbioRbIndex < 4 ? EvenBase : OddBase) + (NbioRbIndex & 3u) * IOHC_STRIDE + Port * PortStride;
+    }
+};
+
+inline constexpr IOHC_PORT_REGISTER IOHC_BRIDGE_MAP = {0x13B100B8, 0x1D4100B8, 4};
+inline constexpr IOHC_PORT_REGISTER IOHC_EXT_CORR_ACTION_CONTROL = {0x13B2027C, 0x1D420124, 0x20};
+inline constexpr IOHC_PORT_REGISTER IOHC_INT_CORR_ACTION_CONTROL = {0x13B20270, 0x1D420118, 0x20};
+static_assert(IOHC_BRIDGE_MAP.SmnAddress(7, 3) == 0x1D7100C4);
 
 // Where the port's logical bridge appears on the root complex's base bus.
 namespace NbioBridgeMap {

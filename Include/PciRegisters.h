@@ -53,7 +53,11 @@ enum PCI_HEADER_REGISTER : UINT16 {
 };
 
 inline constexpr UINTN PCI_HEADER_SIZE = 64;
+
+// What a function that does not answer reads as.
 inline constexpr UINT16 PCI_VENDOR_ID_ABSENT = 0xFFFF;
+inline constexpr UINT16 PCI_STATUS_ABSENT = 0xFFFF;
+
 inline constexpr UINTN PCI_TYPE0_BASE_ADDRESSES = 6;
 inline constexpr UINTN PCI_TYPE1_BASE_ADDRESSES = 2;
 inline constexpr UINT8 PCI_DEVICES_PER_BUS = 32;
@@ -380,6 +384,10 @@ using Device = Field<UINT16, 7, 3>;
 using Function = Field<UINT16, 2, 0>;
 static_assert(FieldsDisjoint<Bus, Device, Function>());
 }  // namespace RequesterId
+
+constexpr UINT16 PackRequesterId(UINT8 Bus, UINT8 Dev, UINT8 Func) {
+    return RequesterId::Bus::Of(Bus) | RequesterId::Device::Of(Dev) | RequesterId::Function::Of(Func);
+}
 
 // ---- TLP headers in a header log (section 2.2) ----------------------------------------------------------------
 

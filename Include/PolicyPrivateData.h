@@ -14,6 +14,7 @@ struct RAS_ACPI_SMM_DATA;
 struct VORN_APEI_LOGGING_SMM_PROTOCOL;
 struct VORN_KYR_MEMORY_PPR_SMM_PROTOCOL;
 struct VORN_MEMORY_INTERFACE_SMM_PROTOCOL;
+struct VORN_PCI_SLOT_DATA_SMM_PROTOCOL;
 
 inline constexpr UINT8 MAX_RANKS_PER_DIMM = 2;
 inline constexpr UINT32 ESXI_PAGE_RETIRE_ENTRIES = 400;
@@ -43,12 +44,6 @@ struct RANK_DATA {
 };
 KYR_RECORD(RANK_DATA, 24);
 
-namespace SwThresholdInfo {
-using ThresholdType = Field<UINT8, 0>;
-using ThresholdMultiplier = Field<UINT8, 3, 1>;
-static_assert(FieldsDisjoint<ThresholdType, ThresholdMultiplier>());
-}  // namespace SwThresholdInfo
-
 // Corrected-error accounting of one DIMM slot. The DIMM is active when it is present and enabled.
 struct DIMM_DATA {
     struct {
@@ -58,7 +53,7 @@ struct DIMM_DATA {
     } Flags;
     struct {
         UINT32 SwThresholdCount;  // corrected errors that foretell a failure
-        UINT8 SwThresholdInfo;
+        UINT8 SwThresholdInfo;    // SwThresholdInfo
         UINT32 HwThresholdCount;  // corrected errors per counter overflow
     } CeccPfaData;
     ::UmcEccErrCntRegInitData UmcEccErrCntRegInitData;
@@ -80,8 +75,6 @@ KYR_RECORD(ESXI_PAGE_RETIRE_ENTRY, 24);
 KYR_FIELD(ESXI_PAGE_RETIRE_ENTRY, CeccErrorCount, 8);
 KYR_FIELD(ESXI_PAGE_RETIRE_ENTRY, ApeiHestNotificationAttempted, 12);
 KYR_FIELD(ESXI_PAGE_RETIRE_ENTRY, ApeiHestNotificationTimestamp, 14);
-
-struct VORN_PCI_SLOT_DATA_SMM_PROTOCOL;
 
 struct VORN_ELOG_POLICY_PRIVATE_DATA {
     UINT64 SerDbgLevelConstructor;

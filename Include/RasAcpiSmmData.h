@@ -2,19 +2,14 @@
 // ports, and how far each recovery is. Both sides use plain byte and word stores.
 #pragma once
 
-#include "Include/Field.h"
 #include "Include/Layout.h"
+#include "Include/PciRegisters.h"
 
-// How the shared tables name a function within its segment.
-namespace DpcPortBdf {
-using Bus = Field<UINT16, 15, 8>;
-using Device = Field<UINT16, 7, 3>;
-using Function = Field<UINT16, 2, 0>;
-static_assert(FieldsDisjoint<Bus, Device, Function>());
-}  // namespace DpcPortBdf
+// How the shared tables name a function within its segment: as PCI Express messages do.
+namespace DpcPortBdf = RequesterId;
 
 constexpr UINT16 PackDpcPortBdf(UINT8 Bus, UINT8 Dev, UINT8 Func) {
-    return DpcPortBdf::Bus::Of(Bus) | DpcPortBdf::Device::Of(Dev) | DpcPortBdf::Function::Of(Func);
+    return PackRequesterId(Bus, Dev, Func);
 }
 
 // DPC_TRIGGER_ENTRY.OstStatus: what the OS told of the recovery through _OST; 0 while it has told nothing.

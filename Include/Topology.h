@@ -3,6 +3,9 @@
 
 #include "Include/Layout.h"
 
+inline constexpr UINT8 MAX_SOCKETS = 2;
+inline constexpr UINT8 MAX_IO_HUBS = 8;  // of a socket
+
 // One logical processor. As the head of RasMcaErrorInfo the record stands alone; in RasCpuMap it is the front
 // of a CPU_MAP_ENTRY.
 struct CPU_INFO {

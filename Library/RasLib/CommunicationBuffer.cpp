@@ -1,6 +1,6 @@
 #include "Library/RasLib/CommunicationBuffer.h"
 
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Guids.h"
@@ -98,13 +98,12 @@ bool IsCommunicationBufferValid(const void* CommBuffer, const UINTN* CommBufferS
 
 EFI_STATUS VornReadSmmSecurityMitigationSetting(const EFI_GUID*, void*, EFI_HANDLE) {
     VornSmmSecurityMitigationEnabled = FALSE;
-    void* Interface = nullptr;
-    EFI_STATUS Status = gSmst->SmmLocateProtocol(&gVornAttributeSmmProtocolGuid, nullptr, &Interface);
+    const VORN_ATTRIBUTE_SMM_PROTOCOL* Attributes = nullptr;
+    EFI_STATUS Status = LocateSmmProtocol(gVornAttributeSmmProtocolGuid, &Attributes);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornAttributeSmmProtocolGuid, aborting...\n", Status);
         return Status;
     }
-    const auto* Attributes = static_cast<const VORN_ATTRIBUTE_SMM_PROTOCOL*>(Interface);
     // One character more than the store may write, so that the text always ends.
     CHAR16 Value[ATTRIBUTE_BUFFER_SIZE / sizeof(CHAR16) + 1] = {};
     UINTN Size = ATTRIBUTE_BUFFER_SIZE;
@@ -120,12 +119,9 @@ EFI_STATUS VornReadSmmSecurityMitigationSetting(const EFI_GUID*, void*, EFI_HAND
 }
 
 EFI_STATUS SmmMemLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    void* Interface = nullptr;
-    const EFI_STATUS MapStatus = gSmst->SmmLocateProtocol(&gKyrSmmMemoryMapProtocolGuid, nullptr, &Interface);
+    const EFI_STATUS MapStatus = LocateSmmProtocol(gKyrSmmMemoryMapProtocolGuid, &mMemoryMap);
     if (EFI_ERROR(MapStatus)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrSmmMemoryMapProtocolGuid\n", MapStatus);
-    } else {
-        mMemoryMap = static_cast<const KYR_SMM_MEMORY_MAP_PROTOCOL*>(Interface);
     }
     const EFI_STATUS Status = gSmst->SmmRegisterProtocolNotify(
         &gEfiSmmEndOfDxeProtocolGuid, VornReadSmmSecurityMitigationSetting, &mEndOfDxeRegistration);

@@ -1,6 +1,6 @@
 #include "Library/RasLib/ConfigurationBuffer.h"
 
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/SiliconServices.h"
@@ -13,11 +13,9 @@ KYR_STATE KYR_TALVO_CONFIG_PROTOCOL* mTalvoConfig = nullptr;
 }  // namespace
 
 EFI_STATUS KyrCfgPcdBufLibDxeConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    const EFI_STATUS Status =
-        gSmst->SmmLocateProtocol(&gKyrTalvoConfigSmmProtocolGuid, nullptr, reinterpret_cast<void**>(&mTalvoConfig));
+    const EFI_STATUS Status = LocateSmmProtocol(gKyrTalvoConfigSmmProtocolGuid, &mTalvoConfig);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrTalvoConfigSmmProtocolGuid, aborting...\n", Status);
-        mTalvoConfig = nullptr;
     }
     return Status;
 }

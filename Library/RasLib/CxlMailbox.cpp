@@ -50,7 +50,7 @@ void ReadPayload(UINT64 MailboxBase, UINT32 PayloadLimit, UINT32* pOutputLength,
     *pOutputLength = Length;
     const UINTN Pages = (UINTN{Length} + PAGE_SIZE - 1) / PAGE_SIZE;
     UINT8* Output = nullptr;
-    const EFI_STATUS Status = AllocateZeroedRuntimeData(Pages * PAGE_SIZE, &Output);
+    const EFI_STATUS Status = AllocateRuntimeData(Pages * PAGE_SIZE, &Output);
     if (EFI_ERROR(Status)) {
         TraceAs("CxlMbCmdExecute", DEBUG_ERROR,
                 "%a: ERROR %r allocating EfiRuntimeServicesData memory for output payload, aborting...\n", Status);

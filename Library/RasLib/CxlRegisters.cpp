@@ -9,9 +9,8 @@
 
 namespace {
 
-constexpr UINT32 CONFIGURATION_SPACE_SIZE = 0x1000;
 constexpr UINT32 EXTENDED_HEADERS_MAX =
-    (CONFIGURATION_SPACE_SIZE - PcieExtendedCapabilityHeader::FirstOffset) / sizeof(UINT32);
+    (PCI_CONFIGURATION_SPACE_SIZE - PcieExtendedCapabilityHeader::FirstOffset) / sizeof(UINT32);
 
 // A header up to here has no next one; a next offset from there on is none.
 constexpr UINT32 LAST_EXTENDED_HEADER = 0x000FFFFF;
@@ -32,7 +31,7 @@ UINT64 ConfigurationAddress(UINT32 PciAddress, UINT32 Offset) {
 
 // Whether the DVSEC at that offset is the CXL one with that ID.
 bool IsCxlDvsec(UINT32 PciAddress, UINT32 Offset, UINT16 DvsecId) {
-    if (Offset + CXL_DVSEC_HEADER_2 + sizeof(UINT32) > CONFIGURATION_SPACE_SIZE) {
+    if (Offset + CXL_DVSEC_HEADER_2 + sizeof(UINT32) > PCI_CONFIGURATION_SPACE_SIZE) {
         return false;
     }
     const UINT32 Header1 = PciSegmentRead32(ConfigurationAddress(PciAddress, Offset + CXL_DVSEC_HEADER_1));
@@ -93,11 +92,11 @@ UINT32 RasGetRegisterBlockNumber(UINT32 PciAddress, UINT16 RegisterLocatorOffset
     const UINT32 Entries = RegisterLocatorOffset + UINT32{CXL_REGISTER_LOCATOR_ENTRIES};
     const UINT32 Length = DvsecHeader1::Length::Get(
         PciSegmentRead32(ConfigurationAddress(PciAddress, RegisterLocatorOffset + UINT32{CXL_DVSEC_HEADER_1})));
-    if (Length < CXL_REGISTER_LOCATOR_ENTRIES || Entries >= CONFIGURATION_SPACE_SIZE) {
+    if (Length < CXL_REGISTER_LOCATOR_ENTRIES || Entries >= PCI_CONFIGURATION_SPACE_SIZE) {
         return 0;
     }
     const UINT32 Listed = (Length - CXL_REGISTER_LOCATOR_ENTRIES) / CXL_REGISTER_LOCATOR_ENTRY_SIZE;
-    const UINT32 Room = (CONFIGURATION_SPACE_SIZE - Entries) / CXL_REGISTER_LOCATOR_ENTRY_SIZE;
+    const UINT32 Room = (PCI_CONFIGURATION_SPACE_SIZE - Entries) / CXL_REGISTER_LOCATOR_ENTRY_SIZE;
     return Listed < Room ? Listed : Room;
 }
 

@@ -1,8 +1,8 @@
 #include "Library/RasLib/FabricTopology.h"
 
 #include "Include/McaRegisters.h"
-#include "Library/RasLib/Globals.h"
 #include "Library/RasLib/PciSegment.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Constants.h"
 #include "Platform/Guids.h"
@@ -13,10 +13,7 @@ namespace {
 
 KYR_STATE const KYR_FABRIC_REGISTER_PROTOCOL* mFabricRegisters = nullptr;
 
-constexpr UINT8 MAX_IO_HUB = 8;
 constexpr UINT8 IO_HUBS_PER_NBIO = 4;
-constexpr UINT8 SOCKETS = 2;
-constexpr UINT8 PHYSICAL_IO_HUBS = 8;
 constexpr UINT8 UNKNOWN_INDEX = 0xFF;
 
 constexpr UINT8 DF_NODES = 8;
@@ -27,8 +24,6 @@ constexpr UINTN DF_FIRST_IO_LINK_INSTANCE = 0x20;
 
 constexpr UINTN DF_INSTANCE_FABRIC_ID_REGISTER = 0x50;
 using InstanceFabricId = Field<UINT32, 15, 8>;
-constexpr UINT8 FIRST_IOS_INSTANCE = 0x28;
-constexpr UINT8 LAST_IOS_INSTANCE = 0x2F;
 
 struct INSTANCE_INDEX {
     UINT32 InstanceId;
@@ -74,12 +69,12 @@ const INSTANCE_INDEX* InstanceTable(UINT64 HardwareId) {
 }
 
 struct IOS_SEARCH {
-    UINT8 Instance;   // UNKNOWN_INDEX when no register matches
+    UINT8 Instance;   // NO_IOS_INSTANCE when no register matches
     UINT32 Register;  // the one read last
 };
 
 IOS_SEARCH FindIos(UINT32 FabricId) {
-    IOS_SEARCH Search{UNKNOWN_INDEX, 0};
+    IOS_SEARCH Search{NO_IOS_INSTANCE, 0};
     for (UINT8 Candidate = FIRST_IOS_INSTANCE; Candidate <= LAST_IOS_INSTANCE; Candidate++) {
         Search.Register = FabricRegisterAccRead(0, 0, 0, DF_INSTANCE_FABRIC_ID_REGISTER, Candidate);
         if (InstanceFabricId::Get(Search.Register) == FabricId) {
@@ -93,14 +88,11 @@ IOS_SEARCH FindIos(UINT32 FabricId) {
 }  // namespace
 
 EFI_STATUS FabricTopologyLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    void* Interface = nullptr;
-    const EFI_STATUS Status = gSmst->SmmLocateProtocol(&gKyrFabricRegisterSmmProtocolGuid, nullptr, &Interface);
+    const EFI_STATUS Status = LocateSmmProtocol(gKyrFabricRegisterSmmProtocolGuid, &mFabricRegisters);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrFabricRegisterSmmProtocolGuid, aborting...\n", Status);
-        return Status;
     }
-    mFabricRegisters = static_cast<const KYR_FABRIC_REGISTER_PROTOCOL*>(Interface);
-    return EFI_SUCCESS;
+    return Status;
 }
 
 UINT32 FabricRegisterAccRead(UINTN Socket, UINTN Die, UINTN Function, UINTN Offset, UINTN Instance) {
@@ -116,8 +108,8 @@ EFI_STATUS AcquireIoHubSSecSegBusNum(const RB_BUS_MAP* RbBusMap, UINT8 Socket, U
         Trace(DEBUG_ERROR, "%a: ERROR one or more input parameters are NULL, aborting...\n");
         return EFI_INVALID_PARAMETER;
     }
-    // Meant: 8 itself passes and finds no entry.
-    if (IoS > MAX_IO_HUB) {
+    // Meant: the count itself passes and finds no entry.
+    if (IoS > MAX_IO_HUBS) {
         return EFI_INVALID_PARAMETER;
     }
     const UINT8 Nbio = IoS / IO_HUBS_PER_NBIO;
@@ -144,11 +136,11 @@ EFI_STATUS GetIndexByIomFromRbBusMap(const RB_BUS_MAP* RbBusMap, UINT8 Socket, U
         Trace(DEBUG_ERROR, "GetIndexByIomFromRbBusMap - *Index == NULL.\n");
         return EFI_INVALID_PARAMETER;
     }
-    if (Socket >= SOCKETS) {
+    if (Socket >= MAX_SOCKETS) {
         Trace(DEBUG_ERROR, "GetIndexByIomFromRbBusMap - Invalid Socket: 0x%02X\n", Socket);
         return EFI_INVALID_PARAMETER;
     }
-    if (PhysicalIom >= PHYSICAL_IO_HUBS) {
+    if (PhysicalIom >= MAX_IO_HUBS) {
         Trace(DEBUG_ERROR, "GetIndexByIomFromRbBusMap - Invalid PhysicalIom: 0x%02X\n", PhysicalIom);
         return EFI_INVALID_PARAMETER;
     }
@@ -183,9 +175,9 @@ EFI_STATUS AcquireNbioSecBusNum(UINT8 DfNode, UINT8 IoLink, UINT8* Bus) {
 
 UINT8 GetIosInstanceIdFromFabricId(UINT64 DebugLevel, UINT32 FabricId) {
     const IOS_SEARCH Search = FindIos(FabricId);
-    if (Search.Instance == UNKNOWN_INDEX) {
+    if (Search.Instance == NO_IOS_INSTANCE) {
         Trace(DEBUG_ERROR, "%a: ERROR failed to get IOS instance for DataFabric ID 0x%02x\n", FabricId);
-        return UNKNOWN_INDEX;
+        return NO_IOS_INSTANCE;
     }
     Trace(DebugLevel, "%a: DataFabric ID 0x%02x is IOS instance 0x%02x, register 0x%08x\n", FabricId, Search.Instance,
           Search.Register);
@@ -194,10 +186,10 @@ UINT8 GetIosInstanceIdFromFabricId(UINT64 DebugLevel, UINT32 FabricId) {
 
 UINT8 GetIosInstanceIdFromFabricId(UINT32 FabricId) {
     const IOS_SEARCH Search = FindIos(FabricId);
-    if (Search.Instance == UNKNOWN_INDEX) {
+    if (Search.Instance == NO_IOS_INSTANCE) {
         Trace(DEBUG_ERROR, "[RAS - CXL] %a Failed to get IOS instance id from given FabricId 0x%x\n", __func__,
               FabricId);
-        return UNKNOWN_INDEX;
+        return NO_IOS_INSTANCE;
     }
     Trace(DEBUG_VERBOSE, "[RAS - CXL] %a Given Fabric ID: 0x%x => IOS Instance ID: 0x%x\n", __func__, FabricId,
           Search.Instance);

@@ -6,6 +6,11 @@
 #include "Include/Topology.h"
 #include "Platform/Services.h"
 
+// Fabric instance IDs of the IO stops, one for each physical IO hub: the first stands for IO hub (IOM) 0.
+inline constexpr UINT8 FIRST_IOS_INSTANCE = 0x28;
+inline constexpr UINT8 LAST_IOS_INSTANCE = FIRST_IOS_INSTANCE + MAX_IO_HUBS - 1;
+inline constexpr UINT8 NO_IOS_INSTANCE = 0xFF;
+
 // Finds the fabric register service. EFI_SUCCESS, or the status of the locate: fabric registers read all ones
 // then.
 EFI_STATUS FabricTopologyLibConstructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);
@@ -27,8 +32,8 @@ EFI_STATUS GetIndexByIomFromRbBusMap(const RB_BUS_MAP* RbBusMap, UINT8 Socket, U
 // EFI_INVALID_PARAMETER for a NULL pointer, an argument out of range or a node that is not there; EFI_SUCCESS.
 EFI_STATUS AcquireNbioSecBusNum(UINT8 DfNode, UINT8 IoLink, UINT8* Bus);
 
-// Fabric instance ID of the IO stop with that fabric ID, 0xFF when there is none. The first form serves root
-// ports and traces the register at DebugLevel; the second serves CXL.
+// Fabric instance ID of the IO stop with that fabric ID, NO_IOS_INSTANCE when there is none. The first form serves
+// root ports and traces the register at DebugLevel; the second serves CXL.
 UINT8 GetIosInstanceIdFromFabricId(UINT64 DebugLevel, UINT32 FabricId);
 UINT8 GetIosInstanceIdFromFabricId(UINT32 FabricId);
 

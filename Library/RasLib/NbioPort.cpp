@@ -11,15 +11,10 @@
 
 namespace {
 
-constexpr UINT8 NO_IOS_INSTANCE = 0xFF;
-constexpr UINT8 FIRST_IOS_INSTANCE = 0x28;  // stands for IOM 0
 constexpr UINT8 MAX_IOM = 7;
 constexpr UINT8 IOMS_PER_NBIO = 4;
 constexpr UINT8 SECOND_CORE = 5;
 
-constexpr UINT32 BRIDGE_MAP_EVEN_IOHC = 0x13B100B8;
-constexpr UINT32 BRIDGE_MAP_ODD_IOHC = 0x1D4100B8;
-constexpr UINT32 IOHC_PAIR_OFFSET = 0x100000;
 constexpr UINT32 NBIO_OFFSET = 0x200000;
 
 struct PCIE_CORE_REGISTERS {
@@ -74,11 +69,6 @@ UINT8 NbioRbIndexOf(const RB_BUS_ENTRY& Entry) {
     return static_cast<UINT8>((Entry.Iohc & 1) * 4 + Entry.Nbio * 2 + Entry.Iohc / 2);
 }
 
-UINT32 BridgeMapAddr(UINT8 NbioRbIndex, UINT8 PortIndex) {
-    const UINT32 Base = NbioRbIndex < 4 ? BRIDGE_MAP_EVEN_IOHC : BRIDGE_MAP_ODD_IOHC;
-    return Base + (NbioRbIndex & 3u) * IOHC_PAIR_OFFSET + 4u * PortIndex;
-}
-
 }  // namespace
 
 EFI_STATUS FindNbioHubOfBus(UINT64 DebugLevel, UINT32 RpPciAddr, NBIO_HUB* pHub) {
@@ -124,7 +114,7 @@ EFI_STATUS ConvertRpPciAddrToNbioWrapperPort(UINT32 RpPciAddr, UINT8* pIom, UINT
     }
     for (UINT8 PortIndex = 0; PortIndex < IohcPortCount(Hub.Iom); PortIndex++) {
         UINT32 Bridge = 0;
-        RasSmnRead(Hub.SegBus, BridgeMapAddr(Hub.NbioRbIndex, PortIndex), &Bridge);
+        RasSmnRead(Hub.SegBus, IOHC_BRIDGE_MAP.SmnAddress(Hub.NbioRbIndex, PortIndex), &Bridge);
         if (NbioBridgeMap::Device::Get(Bridge) != PackedPciAddress::Device::Get(RpPciAddr) ||
             NbioBridgeMap::Function::Get(Bridge) != PackedPciAddress::Function::Get(RpPciAddr)) {
             continue;

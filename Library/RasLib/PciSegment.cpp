@@ -17,7 +17,6 @@ using AddressSegment = Field<UINT64, 47, 32>;
 using AddressInSegment = Field<UINT64, 27, 0>;
 constexpr UINT64 BUSES_PER_SEGMENT_MAX = 256;
 constexpr UINT64 ECAM_BYTES_PER_BUS = 0x100000;
-constexpr UINTN CONFIGURATION_SPACE_SIZE = 0x1000;
 
 // Memory address of a configuration register; 0 for a segment without an ECAM region.
 UINT64 EcamAddress(UINT64 Address) {
@@ -134,7 +133,7 @@ void PciSegmentWrite32(UINT64 Address, UINT32 Value) {
 }
 
 UINTN PciSegmentReadBuffer(UINT64 Address, UINTN Size, void* Buffer) {
-    const UINTN Room = CONFIGURATION_SPACE_SIZE - (Address & (CONFIGURATION_SPACE_SIZE - 1));
+    const UINTN Room = PCI_CONFIGURATION_SPACE_SIZE - (Address & (PCI_CONFIGURATION_SPACE_SIZE - 1));
     ASSERT(Size <= Room);
     if (Size > Room) {
         return 0;

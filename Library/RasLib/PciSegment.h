@@ -3,6 +3,8 @@
 
 #include "Include/Topology.h"
 
+inline constexpr UINT32 PCI_CONFIGURATION_SPACE_SIZE = 0x1000;  // bytes of each function
+
 // Segment address: segment in bits 47:32, bus 27:20, device 19:15, function 14:12, register 11:0.
 constexpr UINT64 PciSegmentAddress(UINT16 Segment, UINT8 Bus, UINT8 Device, UINT8 Function, UINT16 Register) {
     return static_cast<UINT64>(Segment) << 32 | static_cast<UINT64>(Bus) << 20 |

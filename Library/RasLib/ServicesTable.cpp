@@ -1,6 +1,6 @@
 #include "Library/RasLib/ServicesTable.h"
 
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/SmmBase2.h"
@@ -37,15 +37,17 @@ EFI_STATUS SmmServicesTableLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE* SystemTa
     }
     gBS = SystemTable->BootServices;
 
-    void* Interface = nullptr;
-    EFI_STATUS Status = gBS->LocateProtocol(&gEfiSmmBase2ProtocolGuid, nullptr, &Interface);
+    const EFI_SMM_BASE2_PROTOCOL* SmmBase2 = nullptr;
+    EFI_STATUS Status = LocateBootProtocol(gEfiSmmBase2ProtocolGuid, &SmmBase2);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gEfiSmmBase2ProtocolGuid, aborting...\n", Status);
         return Status;
     }
-    const auto* SmmBase2 = static_cast<const EFI_SMM_BASE2_PROTOCOL*>(Interface);
     EFI_SMM_SYSTEM_TABLE2* Smst = nullptr;
     Status = SmmBase2->GetSmstLocation(SmmBase2, &Smst);
+    if (!EFI_ERROR(Status) && Smst == nullptr) {
+        Status = EFI_NOT_FOUND;
+    }
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r from GetSmstLocation, aborting...\n", Status);
         return Status;

@@ -1,6 +1,6 @@
 #include "Library/RasLib/Trace.h"
 
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/SmmCpuService.h"
 #include "Platform/State.h"
@@ -212,12 +212,9 @@ void PrintTrace(const CHAR8* Format, const TraceArgument* Arguments, UINTN Count
 }
 
 EFI_STATUS DebugLibConstructor() {
-    void* Interface = nullptr;
-    const EFI_STATUS Status = gSmst->SmmLocateProtocol(&gEfiSmmCpuServiceProtocolGuid, nullptr, &Interface);
+    const EFI_STATUS Status = LocateSmmProtocol(gEfiSmmCpuServiceProtocolGuid, &mProcessorTable);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_INIT, "%a: %r locating protocol gEfiSmmCpuServiceProtocolGuid, lines carry no prefix\n", Status);
-    } else {
-        mProcessorTable = static_cast<const EFI_SMM_CPU_SERVICE_PROTOCOL*>(Interface);
     }
     return EFI_SUCCESS;
 }

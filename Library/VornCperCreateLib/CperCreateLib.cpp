@@ -9,11 +9,6 @@
 #include "Platform/Protocol/VendorServices.h"
 
 EFI_STATUS VornCperCreateLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    UINT64 SerDbgLevelConstructor = 0;
-    UINT64 SerDbgLevel = 0;
-    UINT64 SerDbgLevelDetailed = 0;
-    VornElogGetSerialDebugLevels(&SerDbgLevelConstructor, &SerDbgLevel, &SerDbgLevelDetailed);
-
     VORN_MEMORY_INTERFACE_SMM_PROTOCOL* MemoryInterface = nullptr;
     EFI_STATUS Status = LocateSmmProtocol(gVornMemoryInterfaceMemorySmmProtocolGuid, &MemoryInterface);
     if (EFI_ERROR(Status)) {
@@ -27,7 +22,7 @@ EFI_STATUS VornCperCreateLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
         Trace(DEBUG_ERROR, "%a: ERROR %r from GetMemoryArrayPtr\n", Status);
         MemoryArray = nullptr;
     }
-    if (EFI_ERROR(BuildDimmMappingTable(MemoryArray, SerDbgLevelConstructor))) {
+    if (EFI_ERROR(BuildDimmMappingTable(MemoryArray, SerialDebugLevels().SerDbgLevelConstructor))) {
         return EFI_LOAD_ERROR;
     }
     return RegisterSmbiosHoistHandlers();

@@ -71,8 +71,7 @@ void FillSection(const PCI_DEVICE_STATE& State, PCI_SBDF Sbdf, const PCI_SLOT_NU
                  BOOLEAN PreviousError, CPER_PCIE_SECTION* Section) {
     const UINT8* Header = State.PciHeader;
     const bool IsBridge = (Header[PCI_HEADER_TYPE] & PciHeaderType::Type1) != 0;
-    Section->PortType =
-        PcieCapabilities::DevicePortType::Get(CapturedRegister16(State.PcieCapability, PCIE_CAPABILITIES));
+    Section->PortType = DevicePortTypeOf(State);
     Section->Version = PCIE_SECTION_VERSION;
     Section->ValidationBits = CperPcieValid::PortType::Mask | CperPcieValid::Version::Mask;
     if (PreviousError == FALSE) {

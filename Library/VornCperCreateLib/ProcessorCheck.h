@@ -5,19 +5,19 @@
 #include "Include/McaErrorInfo.h"
 
 // Whether the check describes ErrorCode (MCA_STATUS[15:0]). EFI_INVALID_PARAMETER when the flag pointer is NULL.
-using CPER_PROCESSOR_CHECK_VALIDATOR = EFI_STATUS (*)(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                                      BOOLEAN* pIsErrorCheckTypeDetected);
+using CPER_PROCESSOR_CHECK_VALIDATOR = EFI_STATUS(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
+                                                  BOOLEAN* pIsErrorCheckTypeDetected);
 
 // ORs the check-information word of bank BankIndex into *pCheckInfo, and says whether it is valid and whether the
 // instruction at the captured pointer can be restarted. EFI_INVALID_PARAMETER for a NULL pointer or a bank index
 // that the scan cannot hold.
-using CPER_PROCESSOR_CHECK_CONSTRUCTOR = EFI_STATUS (*)(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo,
-                                                        UINT32 BankIndex, BOOLEAN* pIsErrorCheckInfoValid,
-                                                        UINT64* pCheckInfo, BOOLEAN* pIsMachineCheckRestartable);
+using CPER_PROCESSOR_CHECK_CONSTRUCTOR = EFI_STATUS(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo,
+                                                    UINT32 BankIndex, BOOLEAN* pIsErrorCheckInfoValid,
+                                                    UINT64* pCheckInfo, BOOLEAN* pIsMachineCheckRestartable);
 
 struct CPER_PROCESSOR_ERROR_CHECK {
-    CPER_PROCESSOR_CHECK_VALIDATOR Validator;
-    CPER_PROCESSOR_CHECK_CONSTRUCTOR Constructor;
+    CPER_PROCESSOR_CHECK_VALIDATOR* Validator;
+    CPER_PROCESSOR_CHECK_CONSTRUCTOR* Constructor;
     const EFI_GUID* pErrorTypeGuid;
 };
 
@@ -26,34 +26,16 @@ inline constexpr UINT32 MAX_UEFI_CPER_ERROR_CHECK_STRUCTURE_TYPES = 6;
 // Tried in this order; the last row takes whatever is left.
 extern const CPER_PROCESSOR_ERROR_CHECK CperProcessorErrorCheckTable[MAX_UEFI_CPER_ERROR_CHECK_STRUCTURE_TYPES];
 
-EFI_STATUS VornCperDetectCacheCheck(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                    BOOLEAN* pIsErrorCheckTypeDetected);
-EFI_STATUS VornCperDetectTlbCheck(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                  BOOLEAN* pIsErrorCheckTypeDetected);
-EFI_STATUS VornCperDetectBusCheck(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                  BOOLEAN* pIsErrorCheckTypeDetected);
-EFI_STATUS VornCperDetectMsCheck(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                 BOOLEAN* pIsErrorCheckTypeDetected);
-EFI_STATUS VornCperDetectUniqueMcaDeferredError(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                                BOOLEAN* pIsErrorCheckTypeDetected);
-EFI_STATUS VornCperDetectUnrecognizedError(UINT64 Level, UINT16 ErrorCode, BOOLEAN IsDeferred,
-                                           BOOLEAN* pIsErrorCheckTypeDetected);
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectCacheCheck;
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectTlbCheck;
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectBusCheck;
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectMsCheck;
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectUniqueMcaDeferredError;
+CPER_PROCESSOR_CHECK_VALIDATOR VornCperDetectUnrecognizedError;
 
-EFI_STATUS VornCperCreateCacheCheckStructure(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo, UINT32 BankIndex,
-                                             BOOLEAN* pIsErrorCheckInfoValid, UINT64* pCheckInfo,
-                                             BOOLEAN* pIsMachineCheckRestartable);
-EFI_STATUS VornCperCreateTlbCheckStructure(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo, UINT32 BankIndex,
-                                           BOOLEAN* pIsErrorCheckInfoValid, UINT64* pCheckInfo,
-                                           BOOLEAN* pIsMachineCheckRestartable);
-EFI_STATUS VornCperCreateBusCheckStructure(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo, UINT32 BankIndex,
-                                           BOOLEAN* pIsErrorCheckInfoValid, UINT64* pCheckInfo,
-                                           BOOLEAN* pIsMachineCheckRestartable);
-EFI_STATUS VornCperCreateMsCheckStructure(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo, UINT32 BankIndex,
-                                          BOOLEAN* pIsErrorCheckInfoValid, UINT64* pCheckInfo,
-                                          BOOLEAN* pIsMachineCheckRestartable);
-EFI_STATUS VornCperCreateUniqueMcaDeferredError(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo,
-                                                UINT32 BankIndex, BOOLEAN* pIsErrorCheckInfoValid, UINT64* pCheckInfo,
-                                                BOOLEAN* pIsMachineCheckRestartable);
-EFI_STATUS VornCperCreateUnrecognizedErrorStructure(UINT64 Level, const RasMcaErrorInfo* pRasMcaErrorInfo,
-                                                    UINT32 BankIndex, BOOLEAN* pIsErrorCheckInfoValid,
-                                                    UINT64* pCheckInfo, BOOLEAN* pIsMachineCheckRestartable);
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateCacheCheckStructure;
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateTlbCheckStructure;
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateBusCheckStructure;
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateMsCheckStructure;
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateUniqueMcaDeferredError;
+CPER_PROCESSOR_CHECK_CONSTRUCTOR VornCperCreateUnrecognizedErrorStructure;

@@ -7,12 +7,7 @@
 
 // Debug level of the containers' progress.
 inline UINT64 ContainerDebugLevel() {
-    UINT32 OperatingMode = 0;
-    UINT64 Constructor = 0;
-    UINT64 Level = 0;
-    UINT64 Detailed = 0;
-    VornElogGetOperatingModeData(&OperatingMode, &Constructor, &Level, &Detailed);
-    return Detailed;
+    return SerialDebugLevels().SerDbgLevelDetailed;
 }
 
 // False for a NULL buffer, which is traced in the name of the operation.

@@ -3,6 +3,7 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/OperatingModes.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
+#include "Platform/Constants.h"
 
 namespace {
 
@@ -18,14 +19,6 @@ constexpr UINT32 CLASS_PCI_BRIDGE =
 constexpr UINT32 CLASS_PCI_BRIDGE_SUBTRACTIVE =
     CLASS_PCI_BRIDGE | PciClass::Interface::Of(PciClass::BRIDGE_PCI_TO_PCI_SUBTRACTIVE);
 static_assert(CLASS_PCI_BRIDGE == 0x06040000 && CLASS_PCI_BRIDGE_SUBTRACTIVE == 0x06040100);
-
-UINT64 DecisionLevel() {
-    UINT64 Constructor = 0;
-    UINT64 Decision = 0;
-    UINT64 Progress = 0;
-    VornElogGetSerialDebugLevels(&Constructor, &Decision, &Progress);
-    return Decision;
-}
 
 // Offset of the PCI Express capability of a Broadcom bridge of that port type, 0 for any other function.
 UINT8 BroadcomPort(const PCI_SBDF& Where, UINT8 DevicePortType) {
@@ -64,7 +57,7 @@ EFI_STATUS CheckBrand(const PCI_SBDF& Where, BOOLEAN* pIsVornBrandedNvmeSwitch, 
         return EFI_SUCCESS;
     }
     *pIsVornBrandedNvmeSwitch = TRUE;
-    TraceAs(Caller, DecisionLevel(),
+    TraceAs(Caller, SerialDebugLevels().SerDbgLevel,
             "%a: SBDF %04X:%02X:%02X.%1X Vorn branded Broadcom PEX89000 Atlas 2 NVMe switch detected\n", Where.Seg,
             Where.Bus, Where.Dev, Where.Func);
     const EFI_STATUS Status =
@@ -116,8 +109,8 @@ EFI_STATUS VornCheckNvmePcieSwitchDownstreamPort(UINT8 Seg, UINT8 Bus, UINT8 Dev
     const UINT32 SlotCapabilities =
         PciSegmentRead32(PciFunctionAddress(Where, static_cast<UINT16>(PcieOffset + PCIE_SLOT_CAPABILITIES)));
     if ((SlotCapabilities & PcieSlotCapabilities::HotPlugCapable) == 0) {
-        Trace(DecisionLevel(), "%a: SBDF %04X:%02X:%02X.%1X Broadcom PCIe Switch DSP is not HPC, exiting...\n", Seg,
-              Bus, Dev, Func);
+        Trace(SerialDebugLevels().SerDbgLevel,
+              "%a: SBDF %04X:%02X:%02X.%1X Broadcom PCIe Switch DSP is not HPC, exiting...\n", Seg, Bus, Dev, Func);
         return EFI_SUCCESS;
     }
     return CheckBrand(Where, pIsVornBrandedNvmeSwitch, pNvmeSwitchOperatingMode, __func__);
@@ -151,7 +144,8 @@ EFI_STATUS VornGetNvmePcieSwitchOperatingMode(UINT8 Seg, UINT8 Bus, UINT8 Dev, U
         return EFI_UNSUPPORTED;
     }
     *pMode = Mode;
-    Trace(DecisionLevel(), "%a: SBDF %04X:%02X:%02X.%1X NVMe PCIe Broadcom Atlas 2 switch operating in %a mode\n",
-          Seg, Bus, Dev, Func, Mode == NVME_SWITCH_MODE_BSW ? "BSW" : "iSSW");
+    Trace(SerialDebugLevels().SerDbgLevel,
+          "%a: SBDF %04X:%02X:%02X.%1X NVMe PCIe Broadcom Atlas 2 switch operating in %a mode\n", Seg, Bus, Dev, Func,
+          Mode == NVME_SWITCH_MODE_BSW ? "BSW" : "iSSW");
     return EFI_SUCCESS;
 }

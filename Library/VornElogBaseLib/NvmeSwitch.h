@@ -2,7 +2,6 @@
 #pragma once
 
 #include "Include/PciDeviceState.h"
-#include "Platform/Constants.h"
 
 inline constexpr UINT16 PCI_VENDOR_ID_BROADCOM = 0x1000;
 

@@ -1,7 +1,7 @@
 #include "Library/VornElogBaseLib/OperatingModes.h"
 
-#include "Library/RasLib/Globals.h"
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/SetupAttributes.h"
@@ -12,38 +12,25 @@
 
 namespace {
 
-struct DEBUG_LEVELS {
-    UINT64 SerDbgLevelConstructor;
-    UINT64 SerDbgLevel;
-    UINT64 SerDbgLevelDetailed;
-};
-
 struct VORN_ELOG_BASE_PRIVATE_DATA {
-    DEBUG_LEVELS Levels;
+    SERIAL_DEBUG_LEVELS Levels;
     UINT32 MfgModeType;
     BOOLEAN ManufacturingDiagsEnabled;
     UINT32 MemEccLoggingMode;
 };
 
 KYR_STATE VORN_ELOG_BASE_PRIVATE_DATA mPrivateDataVornElogBase = {};
-KYR_STATE DEBUG_LEVELS mCxlChipsetHooksLevels = {};
+KYR_STATE SERIAL_DEBUG_LEVELS mCxlChipsetHooksLevels = {};
 
-constexpr DEBUG_LEVELS INFORMATIONAL{DEBUG_INFO, DEBUG_INFO, DEBUG_INFO};
+constexpr SERIAL_DEBUG_LEVELS INFORMATIONAL{DEBUG_INFO, DEBUG_INFO, DEBUG_INFO};
 
 enum MFG_MODE_TYPE : UINT32 { MfgModeDisabled = 0, MfgModeEnabled = 1, MfgModeEnabledVariant = 2 };
 
 // Operating mode that VornElogGetOperatingModeData reports.
 constexpr UINT32 OPERATING_MODE = 1;
 
-// A protocol without an interface counts as absent.
-EFI_STATUS LocateByBootServices(const EFI_GUID& Guid, void** Interface) {
-    *Interface = nullptr;
-    const EFI_STATUS Status = gBS->LocateProtocol(&Guid, nullptr, Interface);
-    return !EFI_ERROR(Status) && *Interface == nullptr ? EFI_NOT_FOUND : Status;
-}
-
 // False when a destination is NULL; then nothing is written.
-bool CopyLevels(const DEBUG_LEVELS& Levels, UINT64* Constructor, UINT64* Level, UINT64* Detailed) {
+bool CopyLevels(const SERIAL_DEBUG_LEVELS& Levels, UINT64* Constructor, UINT64* Level, UINT64* Detailed) {
     if (Constructor == nullptr || Level == nullptr || Detailed == nullptr) {
         return false;
     }
@@ -59,14 +46,17 @@ bool IsManufacturingMode(UINT32 MfgModeType) {
 
 }  // namespace
 
+const SERIAL_DEBUG_LEVELS& SerialDebugLevels() {
+    return mPrivateDataVornElogBase.Levels;
+}
+
 EFI_STATUS VornElogBaseLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
-    void* Interface = nullptr;
-    EFI_STATUS Status = LocateByBootServices(gEfiSmmBase2ProtocolGuid, &Interface);
+    const EFI_SMM_BASE2_PROTOCOL* SmmBase2 = nullptr;
+    EFI_STATUS Status = LocateBootProtocol(gEfiSmmBase2ProtocolGuid, &SmmBase2);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gEfiSmmBase2ProtocolGuid, aborting...\n", Status);
         return EFI_NOT_FOUND;
     }
-    const auto* SmmBase2 = static_cast<const EFI_SMM_BASE2_PROTOCOL*>(Interface);
     BOOLEAN InSmram = FALSE;
     Status = SmmBase2->InSmm(SmmBase2, &InSmram);
     if (EFI_ERROR(Status)) {
@@ -80,11 +70,11 @@ EFI_STATUS VornElogBaseLibConstructor(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     Data.MemEccLoggingMode = VornElogGetRasMemEccLoggingMode();
 
     Data.MfgModeType = MfgModeDisabled;
-    Status = LocateByBootServices(gVornManufacturingModeProtocolGuid, &Interface);
+    const VORN_MANUFACTURING_MODE_PROTOCOL* Manufacturing = nullptr;
+    Status = LocateBootProtocol(gVornManufacturingModeProtocolGuid, &Manufacturing);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornManufacturingModeProtocolGuid\n", Status);
     } else {
-        const auto* Manufacturing = static_cast<const VORN_MANUFACTURING_MODE_PROTOCOL*>(Interface);
         Data.MfgModeType = Manufacturing->GetMfgModeType(Manufacturing);
         if (Data.MfgModeType > MfgModeEnabledVariant) {
             Trace(DEBUG_ERROR, "%a: ERROR MfgModeType %d unrecognized, default to mfg mode disabled\n",

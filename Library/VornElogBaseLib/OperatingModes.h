@@ -4,6 +4,16 @@
 #include "Include/PolicyPrivateData.h"
 #include "Platform/Services.h"
 
+// Levels under which traces print: while the driver starts, decisions, progress.
+struct SERIAL_DEBUG_LEVELS {
+    UINT64 SerDbgLevelConstructor;
+    UINT64 SerDbgLevel;
+    UINT64 SerDbgLevelDetailed;
+};
+
+// Those of the error log; all 0, which prints nothing, before the constructor below ran.
+const SERIAL_DEBUG_LEVELS& SerialDebugLevels();
+
 // Sets the debug levels, reads the memory ECC logging mode and the manufacturing mode. EFI_NOT_FOUND without the
 // SMM base protocol; EFI_SUCCESS (a missing manufacturing mode is none).
 EFI_STATUS VornElogBaseLibConstructor(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE* SystemTable);

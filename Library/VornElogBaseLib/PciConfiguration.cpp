@@ -6,22 +6,9 @@
 
 namespace {
 
-constexpr UINT16 CONFIGURATION_SPACE_SIZE = 0x1000;
 constexpr UINT16 CAPABILITY_ALIGNMENT = 4;
 constexpr UINT16 EXTENDED_CAPABILITY_OFFSET_MASK = 0xFFF;
 constexpr UINT16 NOT_KNOWN = 0xFFFF;
-
-struct DEBUG_LEVELS {
-    UINT64 Constructor;
-    UINT64 Decision;
-    UINT64 Progress;
-};
-
-DEBUG_LEVELS DebugLevels() {
-    DEBUG_LEVELS Levels = {};
-    VornElogGetSerialDebugLevels(&Levels.Constructor, &Levels.Decision, &Levels.Progress);
-    return Levels;
-}
 
 // False, and traced in the name of Caller, when one of an operation's pointers is NULL.
 bool AreGiven(bool All, const CHAR8* Caller = __builtin_FUNCTION()) {
@@ -36,7 +23,7 @@ bool AreGiven(bool All, const CHAR8* Caller = __builtin_FUNCTION()) {
 UINT8 WalkPciCapabilities(const PCI_SBDF& Where, UINT8 Pointer, UINT8 CapId) {
     if (Pointer % CAPABILITY_ALIGNMENT != 0 || Pointer < PciCapabilityHeader::LowestPointer ||
         Pointer > PciCapabilityHeader::HighestPointer) {
-        TraceAs("VornGetPciCapabilityOffset", DebugLevels().Decision,
+        TraceAs("VornGetPciCapabilityOffset", SerialDebugLevels().SerDbgLevel,
                 "%a: SBDF %04X:%02X:%02X.%1X Capabilities Pointer 0x%02x invalid, aborting...\n", Where.Seg,
                 Where.Bus, Where.Dev, Where.Func, Pointer);
         return 0;
@@ -100,8 +87,9 @@ bool ReadDevicePortType(const PCI_SBDF& Where, UINT8* pType) {
 }
 
 void TraceCapability(const PCI_SBDF& Where, UINT16 Id, UINT16 Offset, const CHAR8* Caller) {
-    TraceAs(Caller, DebugLevels().Progress, "%a: SBDF %04X:%02X:%02X.%1X capability 0x%04x at 0x%03x\n", Where.Seg,
-            Where.Bus, Where.Dev, Where.Func, Id, Offset);
+    TraceAs(Caller, SerialDebugLevels().SerDbgLevelDetailed,
+            "%a: SBDF %04X:%02X:%02X.%1X capability 0x%04x at 0x%03x\n", Where.Seg, Where.Bus, Where.Dev, Where.Func,
+            Id, Offset);
 }
 
 }  // namespace
@@ -117,9 +105,10 @@ EFI_STATUS VornGetPciHeader(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, UINT8* 
         return EFI_INVALID_PARAMETER;
     }
     PciSegmentReadBuffer(PciSegmentAddress(Seg, Bus, Dev, Func, 0), PCI_HEADER_SIZE, pPciHeaderPtr);
-    Trace(DebugLevels().Progress, "%a: SBDF %04X:%02X:%02X.%1X VendorId 0x%04x DeviceId 0x%04x Status 0x%04x\n", Seg,
-          Bus, Dev, Func, CapturedRegister16(pPciHeaderPtr, PCI_VENDOR_ID),
-          CapturedRegister16(pPciHeaderPtr, PCI_DEVICE_ID), CapturedRegister16(pPciHeaderPtr, PCI_STATUS));
+    Trace(SerialDebugLevels().SerDbgLevelDetailed,
+          "%a: SBDF %04X:%02X:%02X.%1X VendorId 0x%04x DeviceId 0x%04x Status 0x%04x\n", Seg, Bus, Dev, Func,
+          CapturedRegister16(pPciHeaderPtr, PCI_VENDOR_ID), CapturedRegister16(pPciHeaderPtr, PCI_DEVICE_ID),
+          CapturedRegister16(pPciHeaderPtr, PCI_STATUS));
     return EFI_SUCCESS;
 }
 
@@ -147,8 +136,9 @@ EFI_STATUS VornGetPciCapabilityStructure(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 
     }
     const UINT8 Offset = VornGetPciCapabilityOffset(Seg, Bus, Dev, Func, CapId);
     if (Offset == 0) {
-        Trace(DebugLevels().Progress, "%a: SBDF %04X:%02X:%02X.%1X capability 0x%02x not supported, exiting...\n",
-              Seg, Bus, Dev, Func, CapId);
+        Trace(SerialDebugLevels().SerDbgLevelDetailed,
+              "%a: SBDF %04X:%02X:%02X.%1X capability 0x%02x not supported, exiting...\n", Seg, Bus, Dev, Func,
+              CapId);
         return EFI_UNSUPPORTED;
     }
     const EFI_STATUS Status = ReadPciStructure({Seg, Bus, Dev, Func}, Offset, Length, Buffer);
@@ -203,8 +193,8 @@ EFI_STATUS VornGetPcieExtendedCapabilityOffsetVendorSpecific(UINT8 Seg, UINT8 Bu
             return EFI_SUCCESS;
         }
     }
-    Trace(DebugLevels().Progress, "%a: SBDF %04X:%02X:%02X.%1X VSEC 0x%04x not found, exiting...\n", Seg, Bus, Dev,
-          Func, VsecId);
+    Trace(SerialDebugLevels().SerDbgLevelDetailed, "%a: SBDF %04X:%02X:%02X.%1X VSEC 0x%04x not found, exiting...\n",
+          Seg, Bus, Dev, Func, VsecId);
     return EFI_NOT_FOUND;
 }
 
@@ -215,7 +205,7 @@ EFI_STATUS VornGetPcieExtendedCapabilityStructure(UINT8 Seg, UINT8 Bus, UINT8 De
     }
     const UINT16 Offset = VornGetPcieExtendedCapabilityOffset(Seg, Bus, Dev, Func, ExtCapId);
     if (Offset == 0) {
-        Trace(DebugLevels().Progress,
+        Trace(SerialDebugLevels().SerDbgLevelDetailed,
               "%a: SBDF %04X:%02X:%02X.%1X extended capability 0x%04x not supported, exiting...\n", Seg, Bus, Dev,
               Func, ExtCapId);
         return EFI_UNSUPPORTED;
@@ -229,7 +219,7 @@ EFI_STATUS VornGetPcieExtendedCapabilityStructure(UINT8 Seg, UINT8 Bus, UINT8 De
 
 EFI_STATUS ReadPciStructure(const PCI_SBDF& Where, UINT16 Offset, UINT16 Length, void* Buffer) {
     const UINT16 Start = Offset & EXTENDED_CAPABILITY_OFFSET_MASK;
-    if (Length > CONFIGURATION_SPACE_SIZE - Start) {
+    if (Length > PCI_CONFIGURATION_SPACE_SIZE - Start) {
         Trace(DEBUG_ERROR,
               "%a: ERROR SBDF %04X:%02X:%02X.%1X structure at 0x%03x of 0x%x bytes ends beyond configuration space, "
               "aborting...\n",
@@ -249,7 +239,7 @@ EFI_STATUS VornGetPcieExtendedCapabilityStructureLengthAer(UINT8 Seg, UINT8 Bus,
     *pLength = NOT_KNOWN;
     UINT8 DevicePortType = 0;
     if (!ReadDevicePortType({Seg, Bus, Dev, Func}, &DevicePortType)) {
-        Trace(DebugLevels().Progress,
+        Trace(SerialDebugLevels().SerDbgLevelDetailed,
               "%a: SBDF %04X:%02X:%02X.%1X PCIe capability structure not supported, exiting...\n", Seg, Bus, Dev,
               Func);
         return EFI_UNSUPPORTED;
@@ -267,22 +257,22 @@ EFI_STATUS VornGetPcieExtendedCapabilityStructureLengthDpc(UINT8 Seg, UINT8 Bus,
     const PCI_SBDF Where = {Seg, Bus, Dev, Func};
     UINT8 DevicePortType = 0;
     if (!ReadDevicePortType(Where, &DevicePortType)) {
-        Trace(DebugLevels().Progress,
+        Trace(SerialDebugLevels().SerDbgLevelDetailed,
               "%a: SBDF %04X:%02X:%02X.%1X PCIe capability structure not supported, exiting...\n", Seg, Bus, Dev,
               Func);
         return EFI_UNSUPPORTED;
     }
     if (DevicePortType != PcieRootPort && DevicePortType != PcieSwitchDownstreamPort &&
         DevicePortType != PcieRootComplexEventCollector) {
-        Trace(DebugLevels().Decision,
+        Trace(SerialDebugLevels().SerDbgLevel,
               "%a: SBDF %04X:%02X:%02X.%1X PCIe Capability Device Port Type %d does not support DPC, exiting...\n",
               Seg, Bus, Dev, Func, DevicePortType);
         return EFI_UNSUPPORTED;
     }
     const UINT16 Offset = VornGetPcieExtendedCapabilityOffset(Seg, Bus, Dev, Func, PcieExtendedCapabilityDpc);
     if (Offset == 0) {
-        Trace(DebugLevels().Progress, "%a: SBDF %04X:%02X:%02X.%1X DPC capability not supported, exiting...\n", Seg,
-              Bus, Dev, Func);
+        Trace(SerialDebugLevels().SerDbgLevelDetailed,
+              "%a: SBDF %04X:%02X:%02X.%1X DPC capability not supported, exiting...\n", Seg, Bus, Dev, Func);
         return EFI_UNSUPPORTED;
     }
     *pLength =

@@ -1,7 +1,7 @@
 #include "Library/VornElogBaseLib/SetupAttributes.h"
 
-#include "Library/RasLib/Globals.h"
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Guids.h"
@@ -16,15 +16,6 @@ constexpr UINTN COMPARE_BUFFER_SIZE = 62;
 // Found once by VornIsNvramAttributeEqual and kept.
 KYR_STATE const VORN_ATTRIBUTE_SMM_PROTOCOL* mAttributes = nullptr;
 
-EFI_STATUS LocateAttributes(const VORN_ATTRIBUTE_SMM_PROTOCOL** Attributes) {
-    void* Interface = nullptr;
-    const EFI_STATUS Status = gSmst->SmmLocateProtocol(&gVornAttributeSmmProtocolGuid, nullptr, &Interface);
-    if (!EFI_ERROR(Status)) {
-        *Attributes = static_cast<const VORN_ATTRIBUTE_SMM_PROTOCOL*>(Interface);
-    }
-    return Status;
-}
-
 EFI_STATUS ReadAttribute(const VORN_ATTRIBUTE_SMM_PROTOCOL* Attributes, const CHAR16* Name, UINTN* Size,
                          void* Buffer) {
     return Attributes->GetAttributeValue(Attributes, &gVornAttributeVendorGuid, Name, nullptr, Size, Buffer);
@@ -37,7 +28,7 @@ EFI_STATUS ReadWholeAttribute(const CHAR16* Name, UINT8** Buffer, UINTN* Size) {
         return EFI_OUT_OF_RESOURCES;
     }
     const VORN_ATTRIBUTE_SMM_PROTOCOL* Attributes = nullptr;
-    EFI_STATUS Status = LocateAttributes(&Attributes);
+    EFI_STATUS Status = LocateSmmProtocol(gVornAttributeSmmProtocolGuid, &Attributes);
     if (!EFI_ERROR(Status)) {
         Status = ReadAttribute(Attributes, Name, Size, *Buffer);
         if (Status == EFI_BUFFER_TOO_SMALL) {
@@ -98,7 +89,7 @@ BOOLEAN VornIsNvramAttributeEqual(const CHAR16* AttributeName, const CHAR16* Exp
         return FALSE;
     }
     if (mAttributes == nullptr) {
-        const EFI_STATUS Status = LocateAttributes(&mAttributes);
+        const EFI_STATUS Status = LocateSmmProtocol(gVornAttributeSmmProtocolGuid, &mAttributes);
         if (EFI_ERROR(Status)) {
             Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gVornAttributeSmmProtocolGuid, aborting...\n", Status);
             return FALSE;

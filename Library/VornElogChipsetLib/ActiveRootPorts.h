@@ -2,8 +2,10 @@
 #pragma once
 
 #include "Include/Layout.h"
+#include "Include/NbioRegisters.h"
+#include "Include/Topology.h"
 
-inline constexpr UINT16 MAX_ACTIVE_ROOT_PORTS = 2 * 8 * 17;  // sockets, IO hubs, ports of the largest hub
+inline constexpr UINT16 MAX_ACTIVE_ROOT_PORTS = MAX_SOCKETS * MAX_IO_HUBS * IOHC_PORTS_TWO_CORES;
 
 struct ACTIVE_PCIE_ROOT_PORT_MAP {
     UINT16 Count;

@@ -7,10 +7,6 @@
 
 namespace {
 
-constexpr UINT8 SENSOR_MEMORY_THRESHOLD = 19;
-constexpr UINT8 SENSOR_MEMORY_ECC = 20;
-constexpr UINT8 SENSOR_MEMORY_POISON = 21;
-
 UINT8 SensorTypeOf(UINT8 SensorNumber) {
     switch (SensorNumber) {
         case SENSOR_MEMORY_ECC:

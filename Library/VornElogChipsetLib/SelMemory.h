@@ -4,7 +4,11 @@
 
 #include "Platform/Base.h"
 
-// Sends one memory event. SensorNumber 20 and 21 have sensor types of their own.
+inline constexpr UINT8 SENSOR_MEMORY_THRESHOLD = 19;
+inline constexpr UINT8 SENSOR_MEMORY_ECC = 20;
+inline constexpr UINT8 SENSOR_MEMORY_POISON = 21;
+
+// Sends one memory event. SensorNumber: SENSOR_MEMORY_.
 void ElogLogMemoryEvent(UINT8 SensorNumber, UINT8 Data1, UINT8 Data2, UINT8 Data3);
 
 // A DIMM's corrected errors passed a limit. Threshold: 1 critical, 2 or 7 half (repair), 4 an eighth; any other is

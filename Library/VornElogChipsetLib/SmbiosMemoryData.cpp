@@ -2,6 +2,7 @@
 
 #include "Library/RasLib/CommunicationBuffer.h"
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/SmiHandler.h"
 #include "Library/RasLib/Text.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogChipsetLib/ChipsetLib.h"
@@ -20,24 +21,6 @@ struct SMBIOS_HANDOVER {
 KYR_STATE SMBIOS_HANDOVER<ELOG_SMBIOS_TYPE16_PAYLOAD> mType16 = {};
 KYR_STATE SMBIOS_HANDOVER<ELOG_SMBIOS_TYPE17_PAYLOAD> mType17 = {};
 
-EFI_STATUS Register(EFI_SMM_HANDLER_ENTRY_POINT2 Handler, const EFI_GUID& Guid, EFI_HANDLE* DispatchHandle) {
-    const EFI_STATUS Status = gSmst->SmiHandlerRegister(Handler, &Guid, DispatchHandle);
-    if (EFI_ERROR(Status)) {
-        *DispatchHandle = nullptr;
-    }
-    return Status;
-}
-
-EFI_STATUS Unregister(EFI_HANDLE* DispatchHandle, const EFI_GUID& Guid, const CHAR8* Caller) {
-    const EFI_STATUS Status = gSmst->SmiHandlerUnRegister(*DispatchHandle);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from gSmst->SmiHandlerUnRegister for %g\n", Status, &Guid);
-    } else {
-        *DispatchHandle = nullptr;
-    }
-    return Status;
-}
-
 template <class Payload>
 EFI_STATUS Hoist(const void* CommBuffer, const UINTN* pCommBufferSize, const EFI_GUID& Guid,
                  SMBIOS_HANDOVER<Payload>* Handover, const CHAR8* Caller = __builtin_FUNCTION()) {
@@ -45,7 +28,7 @@ EFI_STATUS Hoist(const void* CommBuffer, const UINTN* pCommBufferSize, const EFI
         return EFI_INVALID_PARAMETER;
     }
     CopyMem(&Handover->Data, CommBuffer, sizeof(Payload));
-    return Unregister(&Handover->DispatchHandle, Guid, Caller);
+    return UnregisterSmiHandler(&Handover->DispatchHandle, Guid, Caller);
 }
 
 // The count is the producer's: records beyond the payload's room were never handed over.
@@ -81,15 +64,16 @@ EFI_STATUS VornHoistSmbiosType17DataToSmram(EFI_HANDLE, const void*, void* CommB
 }
 
 EFI_STATUS RegisterSmbiosHoistHandlers(const CHAR8* Caller) {
-    EFI_STATUS Status =
-        Register(VornHoistSmbiosType16DataToSmram, gVornSmbiosType16HandleToSmramGuid, &mType16.DispatchHandle);
+    EFI_STATUS Status = RegisterSmiHandler(VornHoistSmbiosType16DataToSmram, gVornSmbiosType16HandleToSmramGuid,
+                                           &mType16.DispatchHandle);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR,
                 "%a: ERROR %r from gSmst->SmiHandlerRegister to register SMI handler "
                 "VornHoistSmbiosType16DataToSmram on gVornSmbiosType16HandleToSmramGuid %g\n",
                 Status, &gVornSmbiosType16HandleToSmramGuid);
     }
-    Status = Register(VornHoistSmbiosType17DataToSmram, gVornSmbiosType17HandleToSmramGuid, &mType17.DispatchHandle);
+    Status = RegisterSmiHandler(VornHoistSmbiosType17DataToSmram, gVornSmbiosType17HandleToSmramGuid,
+                                &mType17.DispatchHandle);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR,
                 "%a: ERROR %r from gSmst->SmiHandlerRegister to register SMI handler "
@@ -102,10 +86,10 @@ EFI_STATUS RegisterSmbiosHoistHandlers(const CHAR8* Caller) {
 EFI_STATUS UnregisterSmbiosHoistHandlers(const CHAR8* Caller) {
     EFI_STATUS Status = EFI_SUCCESS;
     if (mType17.DispatchHandle != nullptr) {
-        Status |= Unregister(&mType17.DispatchHandle, gVornSmbiosType17HandleToSmramGuid, Caller);
+        Status |= UnregisterSmiHandler(&mType17.DispatchHandle, gVornSmbiosType17HandleToSmramGuid, Caller);
     }
     if (mType16.DispatchHandle != nullptr) {
-        Status |= Unregister(&mType16.DispatchHandle, gVornSmbiosType16HandleToSmramGuid, Caller);
+        Status |= UnregisterSmiHandler(&mType16.DispatchHandle, gVornSmbiosType16HandleToSmramGuid, Caller);
     }
     return Status;
 }

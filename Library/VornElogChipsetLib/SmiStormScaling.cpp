@@ -2,6 +2,7 @@
 
 #include "Library/RasLib/CommunicationBuffer.h"
 #include "Library/RasLib/Memory.h"
+#include "Library/RasLib/SmiHandler.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogChipsetLib/ChipsetLib.h"
 #include "Platform/Guids.h"
@@ -12,10 +13,9 @@ static KYR_STATE EFI_HANDLE mScalingDispatchHandle = nullptr;
 static KYR_STATE UINT32* mpCxlEndpointDevCntSystemWide = nullptr;
 
 EFI_STATUS RegisterSmiStormScalingHandler(const CHAR8* Caller) {
-    const EFI_STATUS Status = gSmst->SmiHandlerRegister(
-        VornGetSmiStormThresholdScalingData, &gVornRasDxeSmiStormScalingDataHoistToSmram, &mScalingDispatchHandle);
+    const EFI_STATUS Status = RegisterSmiHandler(VornGetSmiStormThresholdScalingData,
+                                                 gVornRasDxeSmiStormScalingDataHoistToSmram, &mScalingDispatchHandle);
     if (EFI_ERROR(Status)) {
-        mScalingDispatchHandle = nullptr;
         TraceAs(Caller, DEBUG_ERROR,
                 "%a: ERROR %r from gSmst->SmiHandlerRegister to register SMI handler "
                 "VornGetSmiStormThresholdScalingData on gVornRasDxeSmiStormScalingDataHoistToSmram %g\n",
@@ -25,17 +25,9 @@ EFI_STATUS RegisterSmiStormScalingHandler(const CHAR8* Caller) {
 }
 
 EFI_STATUS UnregisterSmiStormScalingHandler(const CHAR8* Caller) {
-    if (mScalingDispatchHandle == nullptr) {
-        return EFI_SUCCESS;
-    }
-    const EFI_STATUS Status = gSmst->SmiHandlerUnRegister(mScalingDispatchHandle);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from gSmst->SmiHandlerUnRegister for %g\n", Status,
-                &gVornRasDxeSmiStormScalingDataHoistToSmram);
-    } else {
-        mScalingDispatchHandle = nullptr;
-    }
-    return Status;
+    return mScalingDispatchHandle == nullptr
+               ? EFI_SUCCESS
+               : UnregisterSmiHandler(&mScalingDispatchHandle, gVornRasDxeSmiStormScalingDataHoistToSmram, Caller);
 }
 
 EFI_STATUS VornGetSmiStormThresholdScalingData(EFI_HANDLE, const void*, void* CommBuffer, UINTN* pCommBufferSize) {

@@ -53,19 +53,15 @@ static EFI_STATUS LocateSmm(const EFI_GUID& Guid, Protocol** ppProtocol,
 }
 
 static EFI_STATUS LocateRasAcpiSmmData(const CHAR8* Caller) {
-    void* Interface = nullptr;
-    EFI_STATUS Status = gBS->LocateProtocol(&gKyrPlatformApeiDataProtocolGuid, nullptr, &Interface);
-    if (!EFI_ERROR(Status) && Interface == nullptr) {
-        Status = EFI_NOT_FOUND;
-    }
+    const KYR_PLATFORM_APEI_DATA* pPlatformApeiData = nullptr;
+    const EFI_STATUS Status = LocateBootProtocol(gKyrPlatformApeiDataProtocolGuid, &pPlatformApeiData);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR,
                 "%a: ERROR %r locating protocol gKyrpPlatformApeiDataProtocolGuid %g, aborting...\n", Status,
                 &gKyrPlatformApeiDataProtocolGuid);
         return Status;
     }
-    mPrivateDataVornElogPolicyLib.pKyrRasAcpiSmmData =
-        static_cast<const KYR_PLATFORM_APEI_DATA*>(Interface)->RasAcpiSmmData;
+    mPrivateDataVornElogPolicyLib.pKyrRasAcpiSmmData = pPlatformApeiData->RasAcpiSmmData;
     return EFI_SUCCESS;
 }
 

@@ -10,6 +10,13 @@ inline constexpr UINTN CPER_MEMORY_PHYSICAL_ADDRESS_OFFSET =
     sizeof(CPER_RECORD) + offsetof(CPER_MEMORY_SECTION, PhysicalAddress);
 static_assert(CPER_MEMORY_PHYSICAL_ADDRESS_OFFSET == 216);
 
+// Whether a memory section with these validation bits names the DIMM.
+constexpr bool IsMemoryLocationValid(UINT64 ValidationBits) {
+    constexpr UINT64 Needed =
+        CperMemoryValid::Node::Mask | CperMemoryValid::Card::Mask | CperMemoryValid::Module::Mask;
+    return (ValidationBits & Needed) == Needed;
+}
+
 // Whether Bytes bytes at Offset lie inside the record. The record must hold its header.
 inline bool RecordHolds(const CPER_RECORD* pCper, UINTN Offset, UINTN Bytes) {
     return Offset + Bytes <= pCper->Header.RecordLength;
@@ -45,4 +52,10 @@ Value SectionField(const CPER_RECORD* pCper, UINTN Offset) {
 inline EFI_GUID RecordSectionType(const CPER_RECORD* pCper) {
     return RecordField<EFI_GUID>(pCper,
                                  offsetof(CPER_RECORD, Descriptor) + offsetof(CPER_SECTION_DESCRIPTOR, SectionType));
+}
+
+// Whether the record's section is a processor's, of either kind.
+inline bool IsProcessorRecord(const CPER_RECORD* pCper) {
+    return IsSectionType(pCper, gCperSectionProcessorGenericGuid) ||
+           IsSectionType(pCper, gCperSectionProcessorSpecificGuid);
 }

@@ -153,18 +153,15 @@ void VornElogSmmHandleCxlComponentError(const PCI_DEVICE_STATE* pPciDeviceState)
               Where.Seg, Where.Bus, Where.Dev, Where.Func);
         return;
     }
-    EFI_STATUS Status = AllocateZeroedRuntimeData(sizeof(KYR_CHIPSET_SUPPORT_DATA), &Source.pKyrChipsetSupportData);
+    const EFI_STATUS Status =
+        AllocateZeroedRuntimeData(sizeof(KYR_CHIPSET_SUPPORT_DATA), &Source.pKyrChipsetSupportData);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR,
               "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for chipset support data, aborting...\n",
               Status);
         return;
     }
-    Status = VornElogSmmGetPcieSlotData(Where.Seg, Where.Bus, Where.Dev, Where.Func, &Source.Slot);
-    if (EFI_ERROR(Status)) {
-        Trace(DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n", Status,
-              Where.Seg, Where.Bus, Where.Dev, Where.Func);
-    }
+    Source.Slot = SlotDataOf(Where);
     CopyChipsetDataOfFunction(*pPciDeviceState, Source.pKyrChipsetSupportData);
     HandleEventLogs(Source);
     FreeRuntimeData(Source.pKyrChipsetSupportData);

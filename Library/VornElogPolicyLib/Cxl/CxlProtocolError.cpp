@@ -5,6 +5,7 @@
 #include "Library/RasLib/Memory.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornCperCreateLib/CxlSections.h"
+#include "Library/VornElogPolicyLib/Pcie/HandleFlags.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
@@ -13,12 +14,6 @@
 namespace {
 
 constexpr const CHAR8* OPERATION = "VornElogSmmHandleCxlProtocolError";
-constexpr UINT16 STATUS_OF_ABSENT_FUNCTION = 0xFFFF;
-
-bool HasErrorToHandle(const PCI_DEVICE_STATE& Device) {
-    const CXL_ERROR_STATUS& Errors = Device.Cxl.ErrorStatus;
-    return Device.Cxl.IsCxl && (Errors.HandleFatal || Errors.HandleNonFatal || Errors.HandleCorrectable);
-}
 
 void BuildAndProcess(const PCI_DEVICE_STATE& Device, const PCI_SLOT_NUMBER_DATA& Slot, UINT32 CperLength,
                      CPER_RECORD* pCper, KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData) {
@@ -42,25 +37,19 @@ void VornElogSmmHandleCxlProtocolError(const PCI_DEVICE_STATE* pPciDeviceState) 
         Trace(DEBUG_ERROR, "%a: ERROR pPciDeviceState == NULL, aborting...\n");
         return;
     }
-    if (CapturedRegister16(pPciDeviceState->PciHeader, PCI_STATUS) == STATUS_OF_ABSENT_FUNCTION) {
+    if (CapturedRegister16(pPciDeviceState->PciHeader, PCI_STATUS) == PCI_STATUS_ABSENT) {
         Trace(DEBUG_ERROR, "%a: PCI Status = 0xFFFF, aborting...\n");
         return;
     }
-    if (!HasErrorToHandle(*pPciDeviceState)) {
+    if (pPciDeviceState->Cxl.IsCxl == FALSE || !IsCxlProtocolErrorHandled(pPciDeviceState->Cxl.ErrorStatus)) {
         return;
     }
-    const PCI_SBDF Where = SbdfOf(pPciDeviceState->PciAddress);
-    PCI_SLOT_NUMBER_DATA Slot = {};
-    EFI_STATUS Status = VornElogSmmGetPcieSlotData(Where.Seg, Where.Bus, Where.Dev, Where.Func, &Slot);
-    if (EFI_ERROR(Status)) {
-        Trace(DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n", Status,
-              Where.Seg, Where.Bus, Where.Dev, Where.Func);
-    }
+    const PCI_SLOT_NUMBER_DATA Slot = SlotDataOf(SbdfOf(pPciDeviceState->PciAddress));
     // Room for a device's captured registers, whatever the agent is: no agent has more.
     const UINT32 CperLength = static_cast<UINT32>(VornCperGetCxlProtocolRecordLength(
         CxlAgentDevice, pPciDeviceState->Cxl.DvsecValid, pPciDeviceState->Cxl.RasCapabilityValid));
     CPER_RECORD* pCper = nullptr;
-    Status = AllocateZeroedRuntimeData(CperLength, &pCper);
+    EFI_STATUS Status = AllocateZeroedRuntimeData(CperLength, &pCper);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR,
               "%a: ERROR %r Unable to allocate EfiRuntimeServicesData memory for CXL Protocol CPER, aborting...\n",

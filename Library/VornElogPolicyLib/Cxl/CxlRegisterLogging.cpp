@@ -1,11 +1,9 @@
 #include "Library/VornElogPolicyLib/Cxl/CxlRegisterLogging.h"
 
 #include "Include/CxlRegisters.h"
-#include "Library/VornElogChipsetLib/SelPcie.h"
 #include "Library/VornElogChipsetLib/SelRegisters.h"
 #include "Library/VornElogPolicyLib/Pcie/AerLogging.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
-#include "Library/VornElogPolicyLib/PrivateData.h"
 
 namespace {
 
@@ -70,24 +68,13 @@ void VornElogSmmCheckAndLogCxlProtocolRegsCorr(const PCI_DEVICE_STATE* pPciDevic
 
 void VornElogSmmLogCxlProtocolHeaderLogRegistersUpstreamRootPort(const PCI_DEVICE_STATE* pPciDeviceState,
                                                                  const PCIE_SEL_DATA* pSelData) {
-    if (pSelData == nullptr) {
-        Trace(DEBUG_ERROR, "%a: ERROR pSelData == NULL, aborting...\n");
-        return;
-    }
-    if (!IsDeviceStateGiven(pPciDeviceState)) {
-        return;
-    }
-    const PCI_DEVICE_STATE* pRootPort = pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort;
-    if (pRootPort == nullptr) {
-        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
-              "%a: WARN pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort == NULL, exiting...\n");
+    if (!AreStateAndEventGiven(pPciDeviceState, pSelData)) {
         return;
     }
     // CXL errors reach the root port as messages of internal errors: its AER names their source.
-    const PCI_SBDF& At = pSelData->Sbdf;
-    if (HasRas(*pRootPort) && IsErrorSourceOfRootPort(*pRootPort, SbdfOf(pPciDeviceState->PciAddress)) &&
-        !IsHeaderLogEmpty(*pRootPort)) {
-        ElogLogChipsetAnyEvent(At.Seg, At.Bus, At.Dev, At.Func, SelChipsetSeverityInformational);
+    const PCI_DEVICE_STATE* const pRootPort = RootPortThatNamesSource(*pPciDeviceState);
+    if (pRootPort != nullptr && HasRas(*pRootPort) && !IsHeaderLogEmpty(*pRootPort)) {
+        LogChipsetEvent(*pSelData);
         LogHeaderLog(*pRootPort);
     }
 }
@@ -105,8 +92,7 @@ void VornElogSmmCheckAndLogCxlProtocolRegs(const CPER_RECORD* pCper, const PCI_D
     }
     VornElogSmmCheckAndLogCxlProtocolRegsUncorr(pPciDeviceState);
     VornElogSmmCheckAndLogCxlProtocolRegsCorr(pPciDeviceState);
-    const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
-    if (Is.IsRootPort == FALSE && Is.IsRootComplexEventCollector == FALSE && IsHeaderLogEmpty(State)) {
+    if (!IsRootPortOrEventCollector(State) && IsHeaderLogEmpty(State)) {
         VornElogSmmLogCxlProtocolHeaderLogRegistersUpstreamRootPort(pPciDeviceState, pSelData);
     }
 }

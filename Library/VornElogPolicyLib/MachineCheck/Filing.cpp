@@ -3,6 +3,8 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/CircularBuffer.h"
 #include "Library/VornElogBaseLib/FiniteBuffer.h"
+#include "Library/VornElogBaseLib/MachineCheckClass.h"
+#include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/RecordFields.h"
 
@@ -23,6 +25,17 @@ bool VornElogSmmIsBankRecord(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT
         return false;
     }
     return IsRecordFrontComplete(pCper, Caller);
+}
+
+bool VornElogSmmMakeBankEntry(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
+                              ERROR_RECORD_BUFFER_ENTRY* pEntry, const CHAR8* Caller) {
+    const MCA_BANK_ERROR_INFO& Bank = RecordBank(*pKyrChipsetSupportData);
+    const MCE_CLASS MceClass = VornGetMceClass(Bank.McaStatus);
+    TraceAs(Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
+            "%a: Processor %d Bank %d MCA_STATUS 0x%016lx MceClass %d\n",
+            pKyrChipsetSupportData->MachineCheck.RasMcaErrorInfo.CpuInfo.ProcessorNumber, Bank.McaBankNumber,
+            Bank.McaStatus, MceClass);
+    return !EFI_ERROR(VornElogSmmCopyRecordIntoEntry(pCper, pKyrChipsetSupportData, MceClass, pEntry, Caller));
 }
 
 void VornElogSmmFileEntry(const ERROR_RECORD_BUFFER_ENTRY& Entry, bool KeepCorrected, const CHAR8* Caller) {

@@ -6,11 +6,10 @@
 #include "Library/VornElogPolicyLib/Memory/PostProcessCorrectedMemory.h"
 #include "Library/VornElogPolicyLib/Notification/OsNotification.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
+#include "Library/VornElogPolicyLib/RecordFields.h"
 
 static void PostProcessCorrectedEntry(const ERROR_RECORD_BUFFER_ENTRY& Entry, BOOLEAN* pIsOsNotificationRequired) {
-    const bool IsProcessor = IsSectionType(Entry.pCper, gCperSectionProcessorGenericGuid) ||
-                             IsSectionType(Entry.pCper, gCperSectionProcessorSpecificGuid);
-    if (IsProcessor && mPrivateDataVornElogPolicyLib.RasErrorLoggingMode == RasDiagnosticMode) {
+    if (IsProcessorRecord(Entry.pCper) && mPrivateDataVornElogPolicyLib.RasErrorLoggingMode == RasDiagnosticMode) {
         if (Entry.pKyrChipsetSupportData->MachineCheck.ValidRasMcaErrorInfo != FALSE) {
             VornElogSmmLogMachineCheckData(Entry.pKyrChipsetSupportData);
         }

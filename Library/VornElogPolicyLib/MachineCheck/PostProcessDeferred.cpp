@@ -58,10 +58,8 @@ static bool FindPoisonReport(UINT64 SystemAddress, BOOLEAN* pFound, const CHAR8*
 // False leaves the entry unmarked: the next SMI examines it again.
 static bool PostProcessDeferredMemoryEntry(ERROR_RECORD_BUFFER_ENTRY& Entry, bool* pIsOsNotificationRequired,
                                            const CHAR8* Caller) {
-    constexpr UINT64 LocationValid =
-        CperMemoryValid::Node::Mask | CperMemoryValid::Card::Mask | CperMemoryValid::Module::Mask;
     const UINT64 ValidationBits = SectionField<UINT64>(Entry.pCper, offsetof(CPER_MEMORY_SECTION, ValidationBits));
-    if ((ValidationBits & LocationValid) != LocationValid) {
+    if (!IsMemoryLocationValid(ValidationBits)) {
         return true;
     }
     const EFI_STATUS Status = VornElogSmmGetMemErrorLocation(Entry.pCper);

@@ -60,7 +60,7 @@ static bool IsCountable(const KYR_CHIPSET_SUPPORT_DATA& ChipsetData, const CHAR8
 
 // Takes the time of the error. A bucket that none reached for a while is empty, unless the rank is past its critical
 // threshold. The warning stays given: its flags are left alone on purpose.
-static void AgeBucket(const CECC_CROSSING& Record) {
+static void AgeBucket(const CECC_RECORD& Record) {
     const MEM_ERR_LOCATION& Location = mPrivateDataVornElogPolicyLib.MemErrLocation;
     RANK_DATA& Rank = *Record.pRankData;
     if (!IsTimestampValid(Rank.CeccPfaTimestampPreviousError)) {
@@ -99,7 +99,7 @@ static void AddErrors(RANK_DATA& Rank, UINT32 Errors, const CHAR8* Caller) {
 }
 
 // Counts the errors against their page and their row; the rank's count does not depend on either.
-static void TrackPageAndRow(const CECC_CROSSING& Record, UINT32 PageThreshold, UINT64 MemoryPageAddress,
+static void TrackPageAndRow(const CECC_RECORD& Record, UINT32 PageThreshold, UINT64 MemoryPageAddress,
                             UINT32 Errors) {
     const MEM_ERR_LOCATION& Location = mPrivateDataVornElogPolicyLib.MemErrLocation;
     EFI_STATUS Status = VornElogSmmEsxiMemoryPageRetireUpdateCeccCount(PageThreshold, MemoryPageAddress, Errors);
@@ -114,7 +114,7 @@ static void TrackPageAndRow(const CECC_CROSSING& Record, UINT32 PageThreshold, U
     }
 }
 
-static void RequestPageRetirement(const CECC_CROSSING& Record, ESXI_PAGE_RETIRE_ENTRY& Entry) {
+static void RequestPageRetirement(const CECC_RECORD& Record, ESXI_PAGE_RETIRE_ENTRY& Entry) {
     EFI_STATUS Status =
         VornElogSmmProcessMemoryHealthEventHostEcc(Record.pKyrChipsetSupportData, HostEccCeccThreshold);
     if (EFI_ERROR(Status)) {
@@ -142,7 +142,7 @@ static void RequestPageRetirement(const CECC_CROSSING& Record, ESXI_PAGE_RETIRE_
 
 // A rank past its page threshold may have a page that the OS should retire. False ends the record's processing:
 // pages are not tracked, or the notifications are used up.
-static bool CheckPage(const CECC_CROSSING& Record, UINT32 PageThreshold, UINT64 MemoryPageAddress) {
+static bool CheckPage(const CECC_RECORD& Record, UINT32 PageThreshold, UINT64 MemoryPageAddress) {
     UINT32 Index = 0;
     ESXI_PAGE_RETIRE_ENTRY* pEsxiMemoryPageRetireEntry = nullptr;
     BOOLEAN Exceeded = FALSE;
@@ -171,7 +171,7 @@ void VornElogSmmPostProcessErrorRecordCorrectedMemoryThreshold(CPER_RECORD* pCpe
     const MEM_ERR_LOCATION& Location = mPrivateDataVornElogPolicyLib.MemErrLocation;
     DIMM_DATA& Dimm = mPrivateDataVornElogPolicyLib.DimmData[Location.Socket][Location.Channel][Location.Dimm];
     RANK_DATA& Rank = Dimm.Rank[Location.Rank];
-    const CECC_CROSSING Record = {pCper, pKyrChipsetSupportData, &Rank, __func__};
+    const CECC_RECORD Record = {pCper, pKyrChipsetSupportData, &Rank, __func__};
     AgeBucket(Record);
     const UINT32 Errors = pKyrChipsetSupportData->MachineCheck.UmcCeccPfaThresholdData.EccErrCntDelta;
     AddErrors(Rank, Errors, __func__);

@@ -1,10 +1,8 @@
 #include "Library/VornElogPolicyLib/Memory/MemoryRecord.h"
 
 #include "Library/RasLib/Trace.h"
-#include "Library/VornElogBaseLib/MachineCheckClass.h"
 #include "Library/VornElogChipsetLib/DimmLocation.h"
 #include "Library/VornElogChipsetLib/SelMemory.h"
-#include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/MachineCheck/Filing.h"
 #include "Library/VornElogPolicyLib/MachineCheck/ThresholdDisable.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
@@ -12,15 +10,8 @@
 #include "Library/VornElogPolicyLib/Storm/SmiStorm.h"
 
 // SEL event of a memory controller whose interrupt source was switched off.
-static constexpr UINT8 STORM_SENSOR_NUMBER = 19;
 static constexpr UINT8 STORM_EVENT_DATA1 = 0x24;
 static constexpr UINT8 STORM_EVENT_DATA2 = 0xF0;
-
-static bool IsStorm(const ERROR_RECORD_BUFFER_ENTRY& Entry) {
-    BOOLEAN StormDetected = FALSE;
-    VornElogSmmCheckSmiStorm(Entry.pCper, Entry.pKyrChipsetSupportData, &StormDetected);
-    return StormDetected != FALSE;
-}
 
 static void LogStorm(const MACHINE_CHECK_SUPPORT_DATA& Data, bool IsEccError, const CHAR8* Caller) {
     if (Data.ValidNormalizedAddressInfoPsp == FALSE) {
@@ -34,7 +25,7 @@ static void LogStorm(const MACHINE_CHECK_SUPPORT_DATA& Data, bool IsEccError, co
     for (UINT8 Dimm = 0; Dimm < Dimms; Dimm++) {
         // The loop index is not passed on: a DIMM that was not decoded yields two identical records, which is meant.
         ElogLogMemoryEvent(
-            STORM_SENSOR_NUMBER, STORM_EVENT_DATA1, static_cast<UINT8>(STORM_EVENT_DATA2 | (IsEccError ? 1 : 0)),
+            SENSOR_MEMORY_THRESHOLD, STORM_EVENT_DATA1, static_cast<UINT8>(STORM_EVENT_DATA2 | (IsEccError ? 1 : 0)),
             static_cast<UINT8>(ElogGetDimmLocation(Data.NormalizedAddressInfo.Socket,
                                                    Data.NormalizedAddressInfo.UmcChannel, Data.DimmInfo.DimmOnCh)));
     }
@@ -51,7 +42,7 @@ static void StopCorrectedStorm(const ERROR_RECORD_BUFFER_ENTRY& Entry, KYR_CHIPS
                 "%a: UMC ECC corrected machine check deteced in threshold mode, skip SMI storm check\n");
         return;
     }
-    if (!IsStorm(Entry)) {
+    if (!IsStormDetected(Entry.pCper, Entry.pKyrChipsetSupportData, Caller)) {
         return;
     }
     UINT64& Misc = IsEccError ? Bank.McaMisc0 : Bank.McaMisc1;
@@ -70,20 +61,15 @@ void VornElogSmmProcessErrorRecordMemory(const CPER_RECORD* pCper, KYR_CHIPSET_S
         Trace(DEBUG_ERROR, "%a: ERROR Supported CPER format not found, aborting...\n");
         return;
     }
-    const MCA_BANK_ERROR_INFO& Bank = RecordBank(*pKyrChipsetSupportData);
-    const MCE_CLASS MceClass = VornGetMceClass(Bank.McaStatus);
-    Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel, "%a: Processor %d Bank %d MCA_STATUS 0x%016lx MceClass %d\n",
-          pKyrChipsetSupportData->MachineCheck.RasMcaErrorInfo.CpuInfo.ProcessorNumber, Bank.McaBankNumber,
-          Bank.McaStatus, MceClass);
     ERROR_RECORD_BUFFER_ENTRY Entry;
-    if (EFI_ERROR(VornElogSmmCopyRecordIntoEntry(pCper, pKyrChipsetSupportData, MceClass, &Entry))) {
+    if (!VornElogSmmMakeBankEntry(pCper, pKyrChipsetSupportData, &Entry)) {
         return;
     }
     // Unlike a processor's, a corrected memory record is kept in every mode: it is counted at the end of the SMI.
     VornElogSmmFileEntry(Entry, true);
-    if (MceClass == MceClassCorrected) {
+    if (Entry.MceClass == MceClassCorrected) {
         StopCorrectedStorm(Entry, *pKyrChipsetSupportData, __func__);
-    } else if (MceClass == MceClassTransparent && IsStorm(Entry)) {
+    } else if (Entry.MceClass == MceClassTransparent && IsStormDetected(Entry.pCper, Entry.pKyrChipsetSupportData)) {
         VornElogSmmDisableTransparentErrorLogging(*Entry.pKyrChipsetSupportData);
     }
 }
@@ -99,10 +85,8 @@ EFI_STATUS VornElogSmmGetMemErrorLocation(const CPER_RECORD* pCper) {
               "gErrRecordPlatformMemErrGuid, aborting...\n");
         return EFI_NOT_FOUND;
     }
-    constexpr UINT64 LocationValid =
-        CperMemoryValid::Node::Mask | CperMemoryValid::Card::Mask | CperMemoryValid::Module::Mask;
     const auto Section = SectionField<CPER_MEMORY_SECTION>(pCper, 0);
-    if ((Section.ValidationBits & LocationValid) != LocationValid) {
+    if (!IsMemoryLocationValid(Section.ValidationBits)) {
         Trace(DEBUG_ERROR, "%a: ERROR CPER node, card, and/or module data invalid, aborting...\n");
         return EFI_NOT_FOUND;
     }

@@ -20,7 +20,7 @@ struct ROW_RECORD {
 };
 
 // The row of the rank's DIMM with the most errors; the crossing record itself where the history has none.
-static ROW_RECORD MostAffectedRow(const CECC_CROSSING& Crossing, TraceFormat<> SubstitutionText) {
+static ROW_RECORD MostAffectedRow(const CECC_RECORD& Crossing, TraceFormat<> SubstitutionText) {
     const MEM_ERR_LOCATION& Location = mPrivateDataVornElogPolicyLib.MemErrLocation;
     ROW_RECORD Row{};
     const EFI_STATUS Status = VornElogSmmRetrieveMemoryCeccHashTableHighestRowCount(
@@ -48,7 +48,7 @@ static void RequestRepairOnce(const ROW_RECORD& Row, UINT16 PprType, UINT8* pIsR
     }
 }
 
-static void SendHealthEvent(const CECC_CROSSING& Crossing) {
+static void SendHealthEvent(const CECC_RECORD& Crossing) {
     const EFI_STATUS Status =
         VornElogSmmProcessMemoryHealthEventHostEcc(Crossing.pKyrChipsetSupportData, HostEccCeccThreshold);
     if (EFI_ERROR(Status)) {
@@ -62,7 +62,7 @@ static void ClearRowHistory() {
     VornElogSmmClearMemoryCeccHashTable(Location.Socket, Location.Channel, Location.Dimm, Location.Rank);
 }
 
-void VornElogSmmCrossWarningThreshold(const CECC_CROSSING& Crossing) {
+void VornElogSmmCrossWarningThreshold(const CECC_RECORD& Crossing) {
     auto& Flags = Crossing.pRankData->Flags;
     Flags.WarnThresholdLogged = TRUE;
     const ROW_RECORD Row =
@@ -74,7 +74,7 @@ void VornElogSmmCrossWarningThreshold(const CECC_CROSSING& Crossing) {
 }
 
 // No more SMIs from this DIMM: what it does now is known.
-static void DisableCounters(const CECC_CROSSING& Crossing) {
+static void DisableCounters(const CECC_RECORD& Crossing) {
     const MEM_ERR_LOCATION& Location = mPrivateDataVornElogPolicyLib.MemErrLocation;
     const NORMALIZED_ADDRESS& Address = Crossing.pKyrChipsetSupportData->MachineCheck.NormalizedAddressInfo;
     const EFI_STATUS Status =
@@ -91,7 +91,7 @@ static void DisableCounters(const CECC_CROSSING& Crossing) {
         TRUE;
 }
 
-static void NotifyOs(const CECC_CROSSING& Crossing, const ROW_RECORD& Row) {
+static void NotifyOs(const CECC_RECORD& Crossing, const ROW_RECORD& Row) {
     Row.pCper->Descriptor.Flags |= CPER_DESCRIPTOR_FLAG_ERROR_THRESHOLD_EXCEEDED;
     const EFI_STATUS Status = VornElogSmmOsErrorNotification(
         Row.pCper, Row.pKyrChipsetSupportData, Crossing.pCper->Header.ErrorSeverity, SCI_CAUSE_APEI_GHES);
@@ -103,7 +103,7 @@ static void NotifyOs(const CECC_CROSSING& Crossing, const ROW_RECORD& Row) {
     }
 }
 
-void VornElogSmmCrossCriticalThreshold(const CECC_CROSSING& Crossing) {
+void VornElogSmmCrossCriticalThreshold(const CECC_RECORD& Crossing) {
     auto& Flags = Crossing.pRankData->Flags;
     Flags.CritThresholdLogged = TRUE;
     if (VornIsNvramAttributeEqual(u"CECriticalSEL", u"Enabled")) {

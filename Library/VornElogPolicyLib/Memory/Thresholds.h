@@ -13,8 +13,8 @@ constexpr CECC_THRESHOLDS CeccThresholds(UINT32 SwThresholdCount) {
     return {SwThresholdCount / 8, SwThresholdCount / 2, SwThresholdCount};
 }
 
-// The record that takes a rank over a threshold. MemErrLocation names the rank.
-struct CECC_CROSSING {
+// The record of a corrected error and the rank that it counts for, which MemErrLocation names.
+struct CECC_RECORD {
     CPER_RECORD* pCper;
     KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData;
     RANK_DATA* pRankData;
@@ -22,7 +22,7 @@ struct CECC_CROSSING {
 };
 
 // Asks for the repair of the rank's row with the most errors, sends the health event and empties the row history.
-void VornElogSmmCrossWarningThreshold(const CECC_CROSSING& Crossing);
+void VornElogSmmCrossWarningThreshold(const CECC_RECORD& Crossing);
 
 // The same, with the SEL event where "CECriticalSEL" asks for it, the DIMM's counters switched off and the OS told.
-void VornElogSmmCrossCriticalThreshold(const CECC_CROSSING& Crossing);
+void VornElogSmmCrossCriticalThreshold(const CECC_RECORD& Crossing);

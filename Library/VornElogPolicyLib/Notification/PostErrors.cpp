@@ -2,6 +2,7 @@
 
 #include "Library/RasLib/CommunicationBuffer.h"
 #include "Library/RasLib/Protocols.h"
+#include "Library/RasLib/SmiHandler.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogChipsetLib/SelRegisters.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
@@ -18,7 +19,7 @@ static constexpr UINT8 ERROR_INFO_POST_ERRORS = 0x01;
 KYR_STATE static EFI_HANDLE mPostErrorsHandle = nullptr;
 
 EFI_STATUS VornElogSmmRegisterPostErrorsHandler() {
-    return gSmst->SmiHandlerRegister(VornElogSmmProcessPostErrors, &gElogLogPOSTErrorToBMCGuid, &mPostErrorsHandle);
+    return RegisterSmiHandler(VornElogSmmProcessPostErrors, gElogLogPOSTErrorToBMCGuid, &mPostErrorsHandle);
 }
 
 static EFI_STATUS Unregister(EFI_HANDLE DispatchHandle, const CHAR8* Caller = __builtin_FUNCTION()) {

@@ -54,11 +54,6 @@ void LogPrefixLog(const PCI_DEVICE_STATE& State) {
     }
 }
 
-void LogChipsetEvent(const PCIE_SEL_DATA& SelData) {
-    const PCI_SBDF& At = SelData.Sbdf;
-    ElogLogChipsetAnyEvent(At.Seg, At.Bus, At.Dev, At.Func, SelChipsetSeverityInformational);
-}
-
 // The first doubleword tells: a header that begins with zero is none.
 bool IsHeaderLogValid(const PCI_DEVICE_STATE& State) {
     return Aer(State, AER_HEADER_LOG) != 0;
@@ -72,8 +67,22 @@ bool IsHeaderLogZero(const PCI_DEVICE_STATE& State) {
     return Any == 0;
 }
 
-bool AreGiven(const PCI_DEVICE_STATE* pPciDeviceState, const PCIE_SEL_DATA* pSelData,
-              const CHAR8* Caller = __builtin_FUNCTION()) {
+bool IsErrorSourceOfRootPort(const PCI_DEVICE_STATE& RootPort, PCI_SBDF Sbdf) {
+    const UINT32 Sources = Aer(RootPort, AER_ERROR_SOURCE_ID);
+    const UINT32 Requester = PackRequesterId(Sbdf.Bus, Sbdf.Dev, Sbdf.Func);
+    return RootPort.AerOffset != 0 && (AerErrorSourceId::Correctable::Get(Sources) == Requester ||
+                                       AerErrorSourceId::Uncorrectable::Get(Sources) == Requester);
+}
+
+}  // namespace
+
+void LogChipsetEvent(const PCIE_SEL_DATA& SelData) {
+    const PCI_SBDF& At = SelData.Sbdf;
+    ElogLogChipsetAnyEvent(At.Seg, At.Bus, At.Dev, At.Func, SelChipsetSeverityInformational);
+}
+
+bool AreStateAndEventGiven(const PCI_DEVICE_STATE* pPciDeviceState, const PCIE_SEL_DATA* pSelData,
+                           const CHAR8* Caller) {
     if (pSelData == nullptr) {
         TraceAs(Caller, DEBUG_ERROR, "%a: ERROR pSelData == NULL, aborting...\n");
         return false;
@@ -81,14 +90,14 @@ bool AreGiven(const PCI_DEVICE_STATE* pPciDeviceState, const PCIE_SEL_DATA* pSel
     return IsDeviceStateGiven(pPciDeviceState, Caller);
 }
 
-}  // namespace
-
-bool IsErrorSourceOfRootPort(const PCI_DEVICE_STATE& RootPort, PCI_SBDF Sbdf) {
-    const UINT32 Sources = Aer(RootPort, AER_ERROR_SOURCE_ID);
-    const UINT32 Requester =
-        RequesterId::Bus::Of(Sbdf.Bus) | RequesterId::Device::Of(Sbdf.Dev) | RequesterId::Function::Of(Sbdf.Func);
-    return RootPort.AerOffset != 0 && (AerErrorSourceId::Correctable::Get(Sources) == Requester ||
-                                       AerErrorSourceId::Uncorrectable::Get(Sources) == Requester);
+const PCI_DEVICE_STATE* RootPortThatNamesSource(const PCI_DEVICE_STATE& State, const CHAR8* Caller) {
+    const PCI_DEVICE_STATE* pRootPort = State.PcieRootPortData.pPciDeviceStateUpstreamRootPort;
+    if (pRootPort == nullptr) {
+        TraceAs(Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
+                "%a: WARN pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort == NULL, exiting...\n");
+        return nullptr;
+    }
+    return IsErrorSourceOfRootPort(*pRootPort, SbdfOf(State.PciAddress)) ? pRootPort : nullptr;
 }
 
 BOOLEAN VornElogSmmLogAerHeaderLogRegisters(const PCI_DEVICE_STATE* pPciDeviceState) {
@@ -102,7 +111,7 @@ BOOLEAN VornElogSmmLogAerHeaderLogRegisters(const PCI_DEVICE_STATE* pPciDeviceSt
 
 void VornElogSmmLogAerUncErrMalformedTlpSupportingData(const PCI_DEVICE_STATE* pPciDeviceState,
                                                        const PCIE_SEL_DATA* pSelData) {
-    if (!AreGiven(pPciDeviceState, pSelData)) {
+    if (!AreStateAndEventGiven(pPciDeviceState, pSelData)) {
         return;
     }
     const PCI_DEVICE_STATE& State = *pPciDeviceState;
@@ -117,7 +126,7 @@ void VornElogSmmLogAerUncErrMalformedTlpSupportingData(const PCI_DEVICE_STATE* p
 
 BOOLEAN VornElogSmmCheckAndLogPcieAerRegsUncorr(const PCI_DEVICE_STATE* pPciDeviceState,
                                                 const PCIE_SEL_DATA* pSelData) {
-    if (!AreGiven(pPciDeviceState, pSelData)) {
+    if (!AreStateAndEventGiven(pPciDeviceState, pSelData)) {
         return FALSE;
     }
     const PCI_DEVICE_STATE& State = *pPciDeviceState;
@@ -166,16 +175,11 @@ void VornElogSmmCheckAndLogPcieAerRegsCorr(const PCI_DEVICE_STATE* pPciDeviceSta
 
 void VornElogSmmLogAerHeaderLogRegistersUpstreamRootPort(const PCI_DEVICE_STATE* pPciDeviceState,
                                                          const PCIE_SEL_DATA* pSelData) {
-    if (!AreGiven(pPciDeviceState, pSelData)) {
+    if (!AreStateAndEventGiven(pPciDeviceState, pSelData)) {
         return;
     }
-    const PCI_DEVICE_STATE* pRootPort = pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort;
-    if (pRootPort == nullptr) {
-        Trace(mPrivateDataVornElogPolicyLib.SerDbgLevel,
-              "%a: WARN pPciDeviceState->PcieRootPortData.pPciDeviceStateUpstreamRootPort == NULL, exiting...\n");
-        return;
-    }
-    if (IsErrorSourceOfRootPort(*pRootPort, SbdfOf(pPciDeviceState->PciAddress)) && !IsHeaderLogZero(*pRootPort)) {
+    const PCI_DEVICE_STATE* const pRootPort = RootPortThatNamesSource(*pPciDeviceState);
+    if (pRootPort != nullptr && !IsHeaderLogZero(*pRootPort)) {
         LogChipsetEvent(*pSelData);
         LogDwords(*pRootPort, AER_HEADER_LOG, TLP_HEADER_LOG_DWORDS);
     }
@@ -197,8 +201,7 @@ void VornElogSmmCheckAndLogPcieAerRegs(const CPER_RECORD* pCper, const PCI_DEVIC
         VornElogSmmCheckAndLogPcieAerRegsSecondaryUncorr(pPciDeviceState);
     }
     VornElogSmmCheckAndLogPcieAerRegsCorr(pPciDeviceState);
-    const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
-    if (Is.IsRootPort == FALSE && Is.IsRootComplexEventCollector == FALSE && !IsHeaderLogValid(State)) {
+    if (!IsRootPortOrEventCollector(State) && !IsHeaderLogValid(State)) {
         VornElogSmmLogAerHeaderLogRegistersUpstreamRootPort(pPciDeviceState, pSelData);
     }
 }

@@ -30,5 +30,13 @@ void VornElogSmmCheckAndLogPcieAerRegsCorr(const PCI_DEVICE_STATE* pPciDeviceSta
 void VornElogSmmLogAerHeaderLogRegistersUpstreamRootPort(const PCI_DEVICE_STATE* pPciDeviceState,
                                                          const PCIE_SEL_DATA* pSelData);
 
-// Whether the root port's captured Error Source Identification names the function.
-bool IsErrorSourceOfRootPort(const PCI_DEVICE_STATE& RootPort, PCI_SBDF Sbdf);
+// The captured root port above the function, where its Error Source Identification names the function; else NULL.
+const PCI_DEVICE_STATE* RootPortThatNamesSource(const PCI_DEVICE_STATE& State,
+                                                const CHAR8* Caller = __builtin_FUNCTION());
+
+// Sends an informational event of the chipset that names the reporting function.
+void LogChipsetEvent(const PCIE_SEL_DATA& SelData);
+
+// False, and traced in the name of Caller, for a NULL record or event.
+bool AreStateAndEventGiven(const PCI_DEVICE_STATE* pPciDeviceState, const PCIE_SEL_DATA* pSelData,
+                           const CHAR8* Caller = __builtin_FUNCTION());

@@ -1,3 +1,5 @@
+#include "Library/VornElogPolicyLib/Pcie/CaptureDeviceState.h"
+
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 #include "Library/VornElogBaseLib/Queue.h"
@@ -5,6 +7,7 @@
 #include "Library/VornElogPolicyLib/Pcie/Classification.h"
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
+#include "Library/VornElogPolicyLib/Pcie/HandleFlags.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
 namespace {
@@ -98,17 +101,12 @@ void CaptureCxl(PCI_DEVICE_STATE* pState, const PCI_SBDF& Where, const CHAR8* Ca
 
 // Whether the SMI's later steps need the record.
 bool IsWorthQueueing(const PCI_DEVICE_STATE& State) {
-    const PCIE_ERROR_STATUS& Pcie = State.Pcie.ErrorStatus;
     const CXL_ERROR_STATUS& Cxl = State.Cxl.ErrorStatus;
     // Ports always: the records of what is below them link to them.
-    const bool PcieWorth =
-        State.IsPcie != FALSE &&
-        (IsRootOrDownstreamPort(State) || Pcie.HandleDpcEvent != FALSE || Pcie.HandleFatal != FALSE ||
-         Pcie.HandleUnsupportedRequest != FALSE || Pcie.HandleNonFatal != FALSE || Pcie.HandleCorrectable != FALSE ||
-         Pcie.HandleRpPioFatal != FALSE);
+    const bool PcieWorth = State.IsPcie != FALSE &&
+                           (IsRootOrDownstreamPort(State) || IsPcieErrorOrDpcEventHandled(State.Pcie.ErrorStatus));
     const bool CxlWorth =
-        State.Cxl.IsCxl != FALSE && (Cxl.HandleFatal != FALSE || Cxl.HandleNonFatal != FALSE ||
-                                     Cxl.HandleCorrectable != FALSE || Cxl.ComponentDetected != FALSE);
+        State.Cxl.IsCxl != FALSE && (IsCxlProtocolErrorHandled(Cxl) || Cxl.ComponentDetected != FALSE);
     return State.LegacyPci.Handle != FALSE || PcieWorth || CxlWorth;
 }
 

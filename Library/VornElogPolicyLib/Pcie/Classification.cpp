@@ -6,6 +6,7 @@
 #include "Library/VornElogPolicyLib/Pcie/CxlErrorChecks.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcEvent.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
+#include "Library/VornElogPolicyLib/Pcie/HandleFlags.h"
 #include "Library/VornElogPolicyLib/Pcie/HotRemoval.h"
 #include "Library/VornElogPolicyLib/Pcie/LegacyPciErrors.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
@@ -29,15 +30,6 @@ constexpr CLASS_CHECK ClassChecks[] = {
     VornElogSmmCheckCxlProtocolErrorCorrectable,
     VornElogSmmCheckPcieErrorCorrectable,
 };
-
-bool IsPcieErrorHandled(const PCIE_ERROR_STATUS& Flags) {
-    return Flags.HandleFatal != FALSE || Flags.HandleUnsupportedRequest != FALSE || Flags.HandleNonFatal != FALSE ||
-           Flags.HandleCorrectable != FALSE || Flags.HandleRpPioFatal != FALSE;
-}
-
-bool IsCxlProtocolErrorHandled(const CXL_ERROR_STATUS& Flags) {
-    return Flags.HandleFatal != FALSE || Flags.HandleNonFatal != FALSE || Flags.HandleCorrectable != FALSE;
-}
 
 }  // namespace
 

@@ -149,8 +149,9 @@ void ClearLaneErrors(const LiveFunction& Live) {
     const PCI_SBDF& At = Live.Where();
     const UINT16 Capability =
         VornGetPcieExtendedCapabilityOffset(At.Seg, At.Bus, At.Dev, At.Func, PcieExtendedCapabilitySecondaryPcie);
-    if (Capability != 0) {
-        const UINTN Offset = Capability + UINTN{SECONDARY_PCIE_LANE_ERROR_STATUS};
+    const UINTN Offset = Capability + UINTN{SECONDARY_PCIE_LANE_ERROR_STATUS};
+    // At a capability that ends beyond configuration space the next function's registers lie there.
+    if (Capability != 0 && Offset < PCI_CONFIGURATION_SPACE_SIZE) {
         Live.Write32(Offset, Live.Read32(Offset), "Lane Error Status");
     }
 }
@@ -187,11 +188,6 @@ void ClearDeviceStatus(const LiveFunction& Live, const PCI_DEVICE_STATE& State, 
     if (Clear != 0) {
         Live.Write16(State.PcieCapabilityOffset + PCIE_DEVICE_STATUS, Clear, "Device Status");
     }
-}
-
-bool IsRootPortOrEventCollector(const PCI_DEVICE_STATE& State) {
-    const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
-    return Is.IsRootPort != FALSE || Is.IsRootComplexEventCollector != FALSE;
 }
 
 void ClearPmeStatus(const LiveFunction& Live, UINTN PcieCapability) {

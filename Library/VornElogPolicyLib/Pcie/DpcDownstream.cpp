@@ -6,6 +6,7 @@
 #include "Library/VornElogChipsetLib/ActiveRootPorts.h"
 #include "Library/VornElogPolicyLib/Pcie/AerLogging.h"
 #include "Library/VornElogPolicyLib/Pcie/BusScan.h"
+#include "Library/VornElogPolicyLib/Pcie/CaptureDeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/ClearStatus.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
@@ -31,8 +32,8 @@ struct DOWNSTREAM_WALK {
 };
 static_assert(sizeof(DOWNSTREAM_WALK::Record) == sizeof(CPER_RECORD) + sizeof(CPER_PCIE_SECTION));
 
+// *pState: zeroed.
 bool Capture(const DOWNSTREAM_WALK& Walk, const PCI_SBDF& At, PCI_DEVICE_STATE* pState, const CHAR8* Caller) {
-    *pState = {};
     pState->PciAddress = PackPciAddress(At.Seg, At.Bus, At.Dev, At.Func);
     const EFI_STATUS Status = VornElogGetPciDeviceState(&Walk.IoHubData, Walk.pPortMapEntry, pState);
     if (EFI_ERROR(Status)) {
@@ -69,15 +70,11 @@ void MarkErrors(PCI_DEVICE_STATE* pState) {
 
 void LogFunction(DOWNSTREAM_WALK* pWalk, const PCI_SBDF& At, const CHAR8* Caller) {
     const UINT64 Level = mPrivateDataVornElogPolicyLib.SerDbgLevel;
-    PCI_SLOT_NUMBER_DATA SlotNumberData{};
-    EFI_STATUS Status = VornElogSmmGetPcieSlotData(At.Seg, At.Bus, At.Dev, At.Func, &SlotNumberData);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n",
-                Status, At.Seg, At.Bus, At.Dev, At.Func);
-    }
+    const PCI_SLOT_NUMBER_DATA SlotNumberData = SlotDataOf(At, Caller);
     pWalk->Record = {};
-    Status = VornCperCreatePcie(Level, At.Seg, At.Bus, At.Dev, At.Func, &SlotNumberData, &pWalk->Function, FALSE,
-                                sizeof(pWalk->Record), &pWalk->Record.Front);
+    const EFI_STATUS Status =
+        VornCperCreatePcie(Level, At.Seg, At.Bus, At.Dev, At.Func, &SlotNumberData, &pWalk->Function, FALSE,
+                           sizeof(pWalk->Record), &pWalk->Record.Front);
     if (EFI_ERROR(Status)) {
         TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornCperCreatePcie\n", Status);
         return;
@@ -91,7 +88,11 @@ void LogFunction(DOWNSTREAM_WALK* pWalk, const PCI_SBDF& At, const CHAR8* Caller
 }
 
 void LogAndClearFunction(DOWNSTREAM_WALK* pWalk, const PCI_SBDF& At, const CHAR8* Caller) {
-    if (!HasUncorrectableError(At) || !Capture(*pWalk, At, &pWalk->Function, Caller)) {
+    if (!HasUncorrectableError(At)) {
+        return;
+    }
+    pWalk->Function = {};
+    if (!Capture(*pWalk, At, &pWalk->Function, Caller)) {
         return;
     }
     const UINT64 Level = mPrivateDataVornElogPolicyLib.SerDbgLevel;

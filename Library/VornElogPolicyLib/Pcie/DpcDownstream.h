@@ -1,7 +1,7 @@
 // What the devices below a contained port have to tell once they answer again.
 #pragma once
 
-#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
+#include "Library/VornElogPolicyLib/Pcie/SelEvent.h"
 
 // Logs and clears every function below the port whose AER shows an unmasked uncorrectable error: its event, IDs and
 // AER registers as of any downstream device. IsSoftwareDpcRequested: the port will be held in containment afterwards.

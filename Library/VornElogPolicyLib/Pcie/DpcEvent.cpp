@@ -121,7 +121,7 @@ EFI_STATUS VornElogSmmCheckPcieErrorDpc(PCI_DEVICE_STATE* pPciDeviceState) {
 static void CountDpcEvent(const PCI_DEVICE_STATE& State, const PCI_SBDF& At, BOOLEAN IsDpcOs) {
     const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
     PCI_SBDF Rp = At;
-    if (Is.IsRootPort == FALSE && Is.IsRootComplexEventCollector == FALSE) {
+    if (!IsRootPortOrEventCollector(State)) {
         VornGetRootPortBDF(At.Seg, At.Bus, At.Dev, At.Func, &Rp.Bus, &Rp.Dev, &Rp.Func);
     }
     GetSetDpcTriggerBuffer(At.Seg, At.Bus, At.Dev, At.Func, Rp.Bus, Rp.Dev, Rp.Func,

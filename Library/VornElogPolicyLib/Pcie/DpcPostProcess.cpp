@@ -4,6 +4,7 @@
 #include "Library/VornElogChipsetLib/SelPcie.h"
 #include "Library/VornElogChipsetLib/SelRegisters.h"
 #include "Library/VornElogPolicyLib/Pcie/AerLogging.h"
+#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcDownstream.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcTrigger.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcTriggerBuffer.h"

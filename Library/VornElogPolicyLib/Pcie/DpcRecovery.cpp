@@ -3,6 +3,7 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 #include "Library/VornElogChipsetLib/SelTransport.h"
+#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcDownstream.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcTriggerBuffer.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieUceCount.h"

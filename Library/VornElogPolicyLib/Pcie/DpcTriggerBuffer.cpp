@@ -1,19 +1,13 @@
 #include "Library/VornElogPolicyLib/Pcie/DpcTriggerBuffer.h"
 
+#include "Include/PciDeviceState.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieUceCount.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
 namespace {
 
-struct DPC_PORT {
-    UINT8 Seg;
-    UINT8 Bus;
-    UINT8 Dev;
-    UINT8 Func;
-};
-
-UINT8 FindEntry(const RAS_ACPI_SMM_DATA& Shared, const DPC_PORT& Port) {
+UINT8 FindEntry(const RAS_ACPI_SMM_DATA& Shared, const PCI_SBDF& Port) {
     const UINT16 Bdf = PackDpcPortBdf(Port.Bus, Port.Dev, Port.Func);
     for (UINT8 Index = 0; Index < DPC_TRIGGERED_ENTRIES; Index++) {
         const DPC_TRIGGER_ENTRY& Entry = Shared.DPC_Triggered[Index];
@@ -34,7 +28,7 @@ UINT8 FindFreeEntry(const RAS_ACPI_SMM_DATA& Shared) {
 }
 
 // Starts a port afresh whose recovery the OS gave up.
-void ResetFailedEntry(DPC_TRIGGER_ENTRY& Entry, const DPC_PORT& Port, bool IsSoftwareDpc, const CHAR8* Caller) {
+void ResetFailedEntry(DPC_TRIGGER_ENTRY& Entry, const PCI_SBDF& Port, bool IsSoftwareDpc, const CHAR8* Caller) {
     UINT8& EDRStatus = Entry.EDRStatus;
     if (!IsSoftwareDpc) {
         Entry.OstStatus = 0;
@@ -62,7 +56,7 @@ UINT8 GetSetDpcTriggerBuffer(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func, UINT8 
         return DPC_TRIGGER_NO_ENTRY;
     }
     const UINT64 Level = mPrivateDataVornElogPolicyLib.SerDbgLevel;
-    const DPC_PORT Port{Seg, Bus, Dev, Func};
+    const PCI_SBDF Port{Seg, Bus, Dev, Func};
     const bool IsSoftwareDpc = (Operation & SOFTWARE_DPC) != 0;
     UINT8 Index = FindEntry(*pShared, Port);
     if ((Operation & ADD_BDF) != 0 && Index == DPC_TRIGGER_NO_ENTRY) {

@@ -7,6 +7,7 @@
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/PciConfiguration.h"
 #include "Library/VornElogBaseLib/Queue.h"
+#include "Library/VornElogPolicyLib/Pcie/CaptureDeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/Classification.h"
 #include "Library/VornElogPolicyLib/Pcie/ClearStatus.h"
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"

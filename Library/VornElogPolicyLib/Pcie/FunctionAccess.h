@@ -15,10 +15,14 @@ inline bool IsDeviceStateGiven(const PCI_DEVICE_STATE* pPciDeviceState, const CH
     return true;
 }
 
-// Root ports, event collectors and switch downstream ports: error messages of others arrive there.
-inline bool IsRootOrDownstreamPort(const PCI_DEVICE_STATE& State) {
+inline bool IsRootPortOrEventCollector(const PCI_DEVICE_STATE& State) {
     const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
-    return Is.IsRootPort != FALSE || Is.IsRootComplexEventCollector != FALSE || Is.IsSwitchDownstreamPort != FALSE;
+    return Is.IsRootPort != FALSE || Is.IsRootComplexEventCollector != FALSE;
+}
+
+// These and switch downstream ports: error messages of others arrive there.
+inline bool IsRootOrDownstreamPort(const PCI_DEVICE_STATE& State) {
+    return IsRootPortOrEventCollector(State) || State.Pcie.Characteristics.IsSwitchDownstreamPort != FALSE;
 }
 
 // Such a port that has downstream port containment.

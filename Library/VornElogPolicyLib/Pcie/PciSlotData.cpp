@@ -48,6 +48,17 @@ EFI_STATUS VornElogSmmGetPcieSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Fun
     return GetSlotNumberData({Seg, Bus, Dev, Func}, pSlotNumberData, __func__);
 }
 
+PCI_SLOT_NUMBER_DATA SlotDataOf(const PCI_SBDF& Where, const CHAR8* Caller) {
+    PCI_SLOT_NUMBER_DATA SlotNumberData{};
+    const EFI_STATUS Status =
+        VornElogSmmGetPcieSlotData(Where.Seg, Where.Bus, Where.Dev, Where.Func, &SlotNumberData);
+    if (EFI_ERROR(Status)) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n",
+                Status, Where.Seg, Where.Bus, Where.Dev, Where.Func);
+    }
+    return SlotNumberData;
+}
+
 EFI_STATUS VornElogSmmGetPciSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                      PCI_SLOT_NUMBER_DATA* pSlotNumberData) {
     const EFI_STATUS Status = GetSlotNumberData({Seg, Bus, Dev, Func}, pSlotNumberData, __func__);

@@ -13,7 +13,10 @@ EFI_STATUS RetrieveVornPciSlotDataSmmProtocol(const EFI_GUID* Protocol, void* In
 EFI_STATUS VornElogSmmGetPcieSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                       PCI_SLOT_NUMBER_DATA* pSlotNumberData);
 
-// The same, and prints what was found.
+// The same for records: zeros where there is none, which is traced in the name of Caller.
+PCI_SLOT_NUMBER_DATA SlotDataOf(const PCI_SBDF& Where, const CHAR8* Caller = __builtin_FUNCTION());
+
+// VornElogSmmGetPcieSlotData, and prints what was found.
 EFI_STATUS VornElogSmmGetPciSlotData(UINT8 Seg, UINT8 Bus, UINT8 Dev, UINT8 Func,
                                      PCI_SLOT_NUMBER_DATA* pSlotNumberData);
 

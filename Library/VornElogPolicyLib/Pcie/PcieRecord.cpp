@@ -6,6 +6,7 @@
 #include "Library/VornElogPolicyLib/ErrorRecordBuffers.h"
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
+#include "Library/VornElogPolicyLib/Pcie/HandleFlags.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 #include "Library/VornElogPolicyLib/ProcessErrorRecord.h"
@@ -14,16 +15,9 @@
 #include "Library/VornElogPolicyLib/Storm/ShutdownPcie.h"
 #include "Library/VornElogPolicyLib/Storm/SmiStorm.h"
 
-// Status of a function that no longer answers.
-static constexpr UINT16 PCI_STATUS_ABSENT = 0xFFFF;
-
 static bool IsHandled(const PCI_DEVICE_STATE& State) {
-    if (State.PcieCapabilityOffset == 0) {
-        return State.LegacyPci.Handle != FALSE;
-    }
-    const PCIE_ERROR_STATUS& Is = State.Pcie.ErrorStatus;
-    return (Is.HandleDpcEvent | Is.HandleFatal | Is.HandleUnsupportedRequest | Is.HandleNonFatal |
-            Is.HandleCorrectable | Is.HandleRpPioFatal) != FALSE;
+    return State.PcieCapabilityOffset == 0 ? State.LegacyPci.Handle != FALSE
+                                           : IsPcieErrorOrDpcEventHandled(State.Pcie.ErrorStatus);
 }
 
 void CopyChipsetDataOfFunction(const PCI_DEVICE_STATE& PciDeviceState,
@@ -59,15 +53,9 @@ static void MakeRecord(const PCI_DEVICE_STATE& State, const PCI_SLOT_NUMBER_DATA
 }
 
 void ReportPciFunction(const PCI_DEVICE_STATE& PciDeviceState, DPC_RECORD_MARKS Dpc, const CHAR8* Caller) {
-    const PCI_SBDF Sbdf = SbdfOf(PciDeviceState.PciAddress);
     PCI_SLOT_NUMBER_DATA SlotNumberData{};
     if (PciDeviceState.PcieCapabilityOffset != 0) {
-        const EFI_STATUS Status =
-            VornElogSmmGetPcieSlotData(Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func, &SlotNumberData);
-        if (EFI_ERROR(Status)) {
-            TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n",
-                    Status, Sbdf.Seg, Sbdf.Bus, Sbdf.Dev, Sbdf.Func);
-        }
+        SlotNumberData = SlotDataOf(SbdfOf(PciDeviceState.PciAddress), Caller);
     }
     CPER_RECORD* pCper = nullptr;
     EFI_STATUS Status = AllocateZeroedRuntimeData(VornCperGetPcieRecordLength(), &pCper);
@@ -127,16 +115,6 @@ EFI_STATUS FileRecordInPciBuffer(const CPER_RECORD* pCper, const KYR_CHIPSET_SUP
         return EFI_OUT_OF_RESOURCES;
     }
     return EFI_SUCCESS;
-}
-
-bool IsStormDetected(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
-                     const CHAR8* Caller) {
-    BOOLEAN StormDetected = FALSE;
-    const EFI_STATUS Status = VornElogSmmCheckSmiStorm(pCper, pKyrChipsetSupportData, &StormDetected);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmCheckSmiStorm\n", Status);
-    }
-    return StormDetected != FALSE;
 }
 
 PCI_DEVICE_STATE* DeviceStateOfRecord(const CPER_RECORD* pCper, PCI_SBDF* pSbdf, const CHAR8* Caller) {

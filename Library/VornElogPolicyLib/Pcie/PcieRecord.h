@@ -3,7 +3,6 @@
 
 #include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
-#include "Include/ErrorRecordBuffer.h"
 #include "Include/PciDeviceState.h"
 
 // Makes the record of a captured function's handled errors, legacy PCI or PCIe, and hands it with its chipset data to
@@ -36,10 +35,6 @@ EFI_STATUS VornElogSmmProcessErrorRecordPcie(const CPER_RECORD* pCper,
 // Steps that the records of CXL functions share; traced in the name of Caller. The filing alone:
 EFI_STATUS FileRecordInPciBuffer(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
                                  const CHAR8* Caller = __builtin_FUNCTION());
-
-// Whether the record's source fires so often that it must be switched off.
-bool IsStormDetected(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
-                     const CHAR8* Caller = __builtin_FUNCTION());
 
 // The queued state of the function that the record names, and its place; NULL, traced, when there is none.
 PCI_DEVICE_STATE* DeviceStateOfRecord(const CPER_RECORD* pCper, PCI_SBDF* pSbdf,

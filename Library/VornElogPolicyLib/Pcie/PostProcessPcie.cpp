@@ -12,6 +12,7 @@
 #include "Library/VornElogPolicyLib/Pcie/DpcPostProcess.h"
 #include "Library/VornElogPolicyLib/Pcie/DpcTriggerBuffer.h"
 #include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
+#include "Library/VornElogPolicyLib/Pcie/HandleFlags.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
 #include "Library/VornElogPolicyLib/Pcie/PcieRecord.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
@@ -129,19 +130,8 @@ bool FindFunction(RECORD_STEP& Step) {
     return true;
 }
 
-void GetSlotData(RECORD_STEP& Step) {
-    const PCI_SBDF& At = Step.Sbdf;
-    const EFI_STATUS Status = VornElogSmmGetPcieSlotData(At.Seg, At.Bus, At.Dev, At.Func, &Step.SlotNumberData);
-    if (EFI_ERROR(Status)) {
-        TraceAs(Step.Caller, DEBUG_ERROR,
-                "%a: ERROR %r from VornElogSmmGetPcieSlotData for SBDF %04X:%02X:%02X.%1X\n", Status, At.Seg, At.Bus,
-                At.Dev, At.Func);
-    }
-}
-
 void LogEvents(RECORD_STEP& Step) {
-    const PCIE_CHARACTERISTICS& Is = Step.pState->Pcie.Characteristics;
-    const auto LogEvent = Is.IsRootPort != FALSE || Is.IsRootComplexEventCollector != FALSE
+    const auto LogEvent = IsRootPortOrEventCollector(*Step.pState)
                               ? VornElogSmmPostProcessErrorRecordPcieOrCxlRootPort
                               : VornElogSmmPostProcessErrorRecordPcieOrCxlDsDevice;
     LogEvent(Step.pCper, Step.pChipsetSupportData, Step.pState, &Step.SelData, &Step.SlotNumberData, &Step.SelStatus,
@@ -215,7 +205,7 @@ bool PostProcessDpcPort(RECORD_STEP& Step) {
 void PostProcessPcieFunction(RECORD_STEP& Step) {
     const PCI_SBDF& Sbdf = Step.Sbdf;
     const CXL_ERROR_STATUS& Cxl = Step.pState->Cxl.ErrorStatus;
-    if (Step.pState->Cxl.IsCxl != FALSE && (Cxl.HandleFatal | Cxl.HandleNonFatal | Cxl.HandleCorrectable) != FALSE) {
+    if (Step.pState->Cxl.IsCxl != FALSE && IsCxlProtocolErrorHandled(Cxl)) {
         TraceAs(Step.Caller, mPrivateDataVornElogPolicyLib.SerDbgLevel,
                 "%a: SBDF %04X:%02X:%02X.%1X previously handled CXL Fatal %d Non-Fatal %d Correctable %d, skip SEL "
                 "logging...\n",
@@ -309,7 +299,7 @@ void VornElogSmmPostProcessErrorRecordPcie(CPER_RECORD* pCper, PCIE_ALREADY_LOGG
         PostProcessLegacyPci(Step);
         return;
     }
-    GetSlotData(Step);
+    Step.SlotNumberData = SlotDataOf(Step.Sbdf);
     if (!PostProcessDpcPort(Step)) {
         PostProcessPcieFunction(Step);
     }
@@ -325,7 +315,7 @@ void VornElogSmmPostProcessErrorRecordCxlProtocol(CPER_RECORD* pCper, PCIE_ALREA
     if (!FindFunction(Step)) {
         return;
     }
-    GetSlotData(Step);
+    Step.SlotNumberData = SlotDataOf(Step.Sbdf);
     LogEvents(Step);
     VornElogSmmCheckAndLogPcieAerRegs(pCper, Step.pState, &Step.SelData);
     VornElogSmmCheckAndLogCxlProtocolRegs(pCper, Step.pState, &Step.SelData);

@@ -2,7 +2,6 @@
 // perhaps an NMI for the OS.
 #pragma once
 
-#include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
 #include "Library/VornElogPolicyLib/Pcie/SelEvent.h"
 

@@ -8,6 +8,31 @@
 #include "Library/VornElogPolicyLib/Pcie/UnsupportedRequest.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
+EFI_STATUS VornElogSmmGetPcieDeviceDataAlreadyLogged(const PCI_DEVICE_STATE* pPciDeviceState,
+                                                     PCIE_ALREADY_LOGGED* pAlreadyLogged,
+                                                     PCIE_ALREADY_LOGGED_ENTRY** ppEntry) {
+    if (pPciDeviceState == nullptr || pAlreadyLogged == nullptr || ppEntry == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR one or more input parameters are NULL, aborting...\n");
+        return EFI_INVALID_PARAMETER;
+    }
+    switch (DevicePortTypeOf(*pPciDeviceState)) {
+        case PcieEndpoint:
+        case PcieLegacyEndpoint:
+            *ppEntry = &pAlreadyLogged->Endpoint;
+            return EFI_SUCCESS;
+        case PcieRootPort:
+            *ppEntry = &pAlreadyLogged->RootPort;
+            return EFI_SUCCESS;
+        case PcieSwitchDownstreamPort:
+            *ppEntry = &pAlreadyLogged->SwitchDownstreamPort;
+            return EFI_SUCCESS;
+        default:
+            Trace(DEBUG_ERROR, "%a: ERROR PCIe device type not recognized\n");
+            *ppEntry = nullptr;
+            return EFI_NOT_FOUND;
+    }
+}
+
 void LogVendorDeviceId(const PCI_DEVICE_STATE& PciDeviceState) {
     ElogLogRegisterInfo(PCI_VENDOR_ID, CapturedRegister32(PciDeviceState.PciHeader, PCI_VENDOR_ID));
 }

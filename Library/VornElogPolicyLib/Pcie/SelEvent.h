@@ -3,7 +3,7 @@
 
 #include "Include/ChipsetSupportData.h"
 #include "Include/Cper.h"
-#include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
+#include "Include/PciDeviceState.h"
 
 // The event of a record: which function reports it, and how events name it.
 struct PCIE_SEL_DATA {
@@ -11,6 +11,31 @@ struct PCIE_SEL_DATA {
     UINT32 Severity;   // SelSeverity
     UINT32 EventType;  // SelDeviceClass
 };
+
+// What one post-processing run has already sent. An entry for each kind of port that events are sent of.
+struct PCIE_ALREADY_LOGGED_ENTRY {
+    UINT8 VendorDeviceId;
+    UINT8 ChipsetEvent;  // of a containment event
+    UINT8 PcieEvent;
+    UINT8 Reserved3[2];
+};
+struct PCIE_ALREADY_LOGGED {
+    UINT8 RootPortData;  // which root complex and root port
+    PCIE_ALREADY_LOGGED_ENTRY RootPort;
+    PCIE_ALREADY_LOGGED_ENTRY SwitchDownstreamPort;
+    PCIE_ALREADY_LOGGED_ENTRY Endpoint;
+};
+KYR_RECORD(PCIE_ALREADY_LOGGED, 16);
+KYR_FIELD(PCIE_ALREADY_LOGGED, RootPort, 1);
+KYR_FIELD(PCIE_ALREADY_LOGGED, SwitchDownstreamPort, 6);
+KYR_FIELD(PCIE_ALREADY_LOGGED, Endpoint, 11);
+KYR_FIELD(PCIE_ALREADY_LOGGED_ENTRY, PcieEvent, 2);
+
+// The entry for the function's port type. EFI_INVALID_PARAMETER: a NULL pointer; EFI_NOT_FOUND, with *ppEntry NULL:
+// a port type without one.
+EFI_STATUS VornElogSmmGetPcieDeviceDataAlreadyLogged(const PCI_DEVICE_STATE* pPciDeviceState,
+                                                     PCIE_ALREADY_LOGGED* pAlreadyLogged,
+                                                     PCIE_ALREADY_LOGGED_ENTRY** ppEntry);
 
 // Sends vendor and device ID of a captured function as the configuration register at offset 0.
 void LogVendorDeviceId(const PCI_DEVICE_STATE& PciDeviceState);

@@ -5,8 +5,8 @@
 #include "Include/PciDeviceState.h"
 
 // Masks in the CXL RAS capability the errors that are set: the uncorrectable ones after a fatal or non-fatal storm,
-// the correctable ones after a correctable storm. EFI_INVALID_PARAMETER: NULL. EFI_NOT_READY: the state shows no CXL
-// protocol storm. EFI_UNSUPPORTED: no CXL RAS capability. EFI_SUCCESS.
+// the correctable ones after a correctable storm. EFI_INVALID_PARAMETER: NULL. EFI_UNSUPPORTED: the state shows no
+// CXL protocol storm, or no CXL RAS capability. EFI_SUCCESS.
 EFI_STATUS VornElogSmmDisableCxlProtocolErrorGeneration(const PCI_DEVICE_STATE* pPciDeviceState);
 
 // Switches the interrupt of one event log of a CXL memory device off, through its secondary mailbox.

@@ -1,7 +1,6 @@
 #include "Library/VornElogPolicyLib/Storm/ShutdownPcie.h"
 
-#include "Library/RasLib/Trace.h"
-#include "Library/VornElogBaseLib/PciConfiguration.h"
+#include "Library/VornElogPolicyLib/Pcie/FunctionAccess.h"
 #include "Library/VornElogPolicyLib/PrivateData.h"
 
 namespace {
@@ -45,12 +44,6 @@ void Write32(const PCI_SBDF& At, UINT16 Register, UINT32 Value, const CHAR8* Nam
     TraceAs(Disabler, mPrivateDataVornElogPolicyLib.SerDbgLevel,
             "%a: SBDF %04X:%02X:%02X.%1X %a @ 0x%03x Wr 0x%08x\n", At.Seg, At.Bus, At.Dev, At.Func, Name, Register,
             Value);
-}
-
-bool IsDpcCapablePort(const PCI_DEVICE_STATE& State) {
-    const PCIE_CHARACTERISTICS& Is = State.Pcie.Characteristics;
-    return State.DpcOffset != 0 &&
-           (Is.IsRootPort | Is.IsRootComplexEventCollector | Is.IsSwitchDownstreamPort) != FALSE;
 }
 
 EFI_STATUS DisableRpPio(const PCI_SBDF& At, const PCI_DEVICE_STATE& State) {

@@ -14,9 +14,11 @@ namespace {
 
 constexpr const CHAR8* Checker = "VornElogSmmCheckSmiStorm";
 
-// The state at the time of the error is kept: the captured one lives only as long as the SMI.
+// The state at the time of the error is kept: the captured one lives only as long as the SMI. A record of another
+// kind has none.
 EFI_STATUS KeepDeviceState(STORM_RECORD_KIND Kind, SMI_STORM_QUEUE_ENTRY* pEntry) {
     if (Kind != StormRecordPcie && Kind != StormRecordCxlProtocol && Kind != StormRecordCxlComponent) {
+        pEntry->PciDeviceState = {};
         return EFI_SUCCESS;
     }
     PCI_SBDF At{};
@@ -35,10 +37,15 @@ EFI_STATUS KeepDeviceState(STORM_RECORD_KIND Kind, SMI_STORM_QUEUE_ENTRY* pEntry
     return EFI_SUCCESS;
 }
 
+// Fills the whole entry, whatever it held: zeroing its 12 KB before would be for nothing.
 EFI_STATUS AddToQueue(STORM_RECORD_KIND Kind, const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pChipsetData,
                       SMI_STORM_QUEUE_ENTRY* pEntry) {
+    constexpr UINTN Behind = offsetof(SMI_STORM_QUEUE_ENTRY, IsPciDeviceStateValid);
     const UINTN Length = pCper->Header.RecordLength;
-    CopyMem(pEntry->Cper, pCper, Length < SMI_STORM_CPER_SIZE ? Length : SMI_STORM_CPER_SIZE);
+    const UINTN Kept = Length < SMI_STORM_CPER_SIZE ? Length : SMI_STORM_CPER_SIZE;
+    CopyMem(pEntry->Cper, pCper, Kept);
+    ZeroMem(pEntry->Cper + Kept, SMI_STORM_CPER_SIZE - Kept);
+    ZeroMem(reinterpret_cast<UINT8*>(pEntry) + Behind, sizeof(*pEntry) - Behind);
     CopyMem(&pEntry->KyrChipsetSupportData, pChipsetData, sizeof(*pChipsetData));
     EFI_STATUS Status = KeepDeviceState(Kind, pEntry);
     if (EFI_ERROR(Status)) {
@@ -107,7 +114,7 @@ EFI_STATUS VornElogSmmCheckSmiStorm(const CPER_RECORD* pCper, const KYR_CHIPSET_
     }
     // From the pool: an entry is larger than what is left of a processor's SMM stack here.
     SMI_STORM_QUEUE_ENTRY* pEntry = nullptr;
-    EFI_STATUS Status = AllocateZeroedRuntimeData(sizeof(*pEntry), &pEntry);
+    EFI_STATUS Status = AllocateRuntimeData(sizeof(*pEntry), &pEntry);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r allocating EfiRuntimeServicesData memory for SMI storm entry, aborting...\n",
               Status);
@@ -123,4 +130,14 @@ EFI_STATUS VornElogSmmCheckSmiStorm(const CPER_RECORD* pCper, const KYR_CHIPSET_
         Trace(DEBUG_ERROR, "%a: ERROR %r from SmmFreePool for SMI storm entry\n", FreeStatus);
     }
     return Status;
+}
+
+bool IsStormDetected(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
+                     const CHAR8* Caller) {
+    BOOLEAN StormDetected = FALSE;
+    const EFI_STATUS Status = VornElogSmmCheckSmiStorm(pCper, pKyrChipsetSupportData, &StormDetected);
+    if (EFI_ERROR(Status)) {
+        TraceAs(Caller, DEBUG_ERROR, "%a: ERROR %r from VornElogSmmCheckSmiStorm\n", Status);
+    }
+    return StormDetected != FALSE;
 }

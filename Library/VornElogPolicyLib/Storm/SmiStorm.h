@@ -12,3 +12,7 @@
 // status when the record could not be kept. EFI_SUCCESS.
 EFI_STATUS VornElogSmmCheckSmiStorm(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
                                     BOOLEAN* pStormDetected);
+
+// The answer alone; a failure is traced in the name of Caller and counts as no storm.
+bool IsStormDetected(const CPER_RECORD* pCper, const KYR_CHIPSET_SUPPORT_DATA* pKyrChipsetSupportData,
+                     const CHAR8* Caller = __builtin_FUNCTION());

@@ -14,17 +14,7 @@ constexpr UINT32 CPUID_LEAF_FAMILY = 1;
 constexpr UINT32 PROCESSOR_FAMILY_MASK = 0x0FFF0F00;  // extended family, extended model and family
 constexpr UINT32 SUPPORTED_PROCESSOR_FAMILIES[] = {0xB00F00, 0xB10F00};
 
-// Action-control registers of an IOHC's ports.
-struct ACTION_CONTROL_SET {
-    UINT32 ExtCorr_ACTION_CONTROL;
-    UINT32 IntCorr_ACTION_CONTROL;
-};
-constexpr ACTION_CONTROL_SET PCIE0_ACTION_CONTROL = {0x13B2027C, 0x13B20270};
-constexpr ACTION_CONTROL_SET PCIE2_ACTION_CONTROL = {0x1D420124, 0x1D420118};
-constexpr UINT8 FIRST_PCIE2_RB_INDEX = 4;
-constexpr UINT32 IO_HUB_STRIDE = 0x100000;
 constexpr UINT32 WRAPPER_STRIDE = 0x120;
-constexpr UINT32 PORT_STRIDE = 0x20;
 
 bool IsProcessorFamilySupported(const CHAR8* Caller) {
     const UINT32 Family = AsmCpuid(CPUID_LEAF_FAMILY).Eax & PROCESSOR_FAMILY_MASK;
@@ -115,13 +105,12 @@ EFI_STATUS ReConfigAerReportingPath(UINT8 PortIndex, UINT32 RpPciAddr) {
         Trace(DEBUG_ERROR, "%a: ERROR Port %d >= MaxPortNumber %d\n", PortIndex, MaxPortNumber);
         return EFI_INVALID_PARAMETER;
     }
-    const ACTION_CONTROL_SET& Set =
-        Hub.NbioRbIndex < FIRST_PCIE2_RB_INDEX ? PCIE0_ACTION_CONTROL : PCIE2_ACTION_CONTROL;
-    const UINT32 Offset = (Hub.NbioRbIndex & 3u) * IO_HUB_STRIDE +
-                          WrapIdOf(PcieCoreOfPort(Hub.Iom, PortIndex)) * WRAPPER_STRIDE + PortIndex * PORT_STRIDE;
+    const UINT32 Wrapper = WrapIdOf(PcieCoreOfPort(Hub.Iom, PortIndex)) * WRAPPER_STRIDE;
+    const UINT32 ExtCorr = IOHC_EXT_CORR_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
+    const UINT32 IntCorr = IOHC_INT_CORR_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
     Trace(mSerDbgLevel, "%a: Socket %d Iom %d Port %d ExtCorr 0x%08x IntCorr 0x%08x => SMI\n", Hub.Socket, Hub.Iom,
-          PortIndex, Set.ExtCorr_ACTION_CONTROL + Offset, Set.IntCorr_ACTION_CONTROL + Offset);
-    GenerateSmi(Hub.SegBus, Set.ExtCorr_ACTION_CONTROL + Offset);
-    GenerateSmi(Hub.SegBus, Set.IntCorr_ACTION_CONTROL + Offset);
+          PortIndex, ExtCorr, IntCorr);
+    GenerateSmi(Hub.SegBus, ExtCorr);
+    GenerateSmi(Hub.SegBus, IntCorr);
     return EFI_SUCCESS;
 }

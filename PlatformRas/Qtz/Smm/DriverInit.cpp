@@ -2,10 +2,10 @@
 
 #include "Include/PlatformApeiData.h"
 #include "Library/RasLib/ConfigurationBuffer.h"
-#include "Library/RasLib/Globals.h"
 #include "Library/RasLib/Memory.h"
 #include "Library/RasLib/Pcd.h"
 #include "Library/RasLib/ProcessorAccess.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Library/VornElogBaseLib/OperatingModes.h"
 #include "Library/VornElogPolicyLib/Memory/RuntimePpr.h"
@@ -85,8 +85,7 @@ EFI_STATUS RasEnablePspEinj() {
         return EFI_SUCCESS;
     }
     KYR_PSP_RAS_EINJ_PROTOCOL* PspRasEinj = nullptr;
-    EFI_STATUS Status =
-        gSmst->SmmLocateProtocol(&gKyrPspRasEinjSmmProtocolGuid, nullptr, reinterpret_cast<void**>(&PspRasEinj));
+    EFI_STATUS Status = LocateSmmProtocol(gKyrPspRasEinjSmmProtocolGuid, &PspRasEinj);
     if (!EFI_ERROR(Status)) {
         Status = PspRasEinj->PspMboxRasEinj(RAS_ACPI_EINJ_ENABLE_INJECTION, nullptr, mPspMboxSmmBuffer,
                                             mPspMboxSmmFlagAddr);
@@ -101,8 +100,7 @@ namespace {
 
 void LocatePspMailbox() {
     PSP_MBOX_SMM_BUFFER_ADDRESS_PROTOCOL* PspMbox = nullptr;
-    const EFI_STATUS Status =
-        gSmst->SmmLocateProtocol(&gPspMboxSmmBufferAddressProtocolGuid, nullptr, reinterpret_cast<void**>(&PspMbox));
+    const EFI_STATUS Status = LocateSmmProtocol(gPspMboxSmmBufferAddressProtocolGuid, &PspMbox);
     if (EFI_ERROR(Status)) {
         // The text says that it aborts; nothing does: error injection reports the missing mailbox itself.
         TraceAs(Initialiser, DEBUG_ERROR,
@@ -117,8 +115,7 @@ void LocatePspMailbox() {
 // registration is a failure; a missing dispatcher is not.
 EFI_STATUS RegisterDpcConfiguration() {
     EFI_SMM_SW_DISPATCH2_PROTOCOL* SwDispatch = nullptr;
-    EFI_STATUS Status =
-        gSmst->SmmLocateProtocol(&gEfiSmmSwDispatch2ProtocolGuid, nullptr, reinterpret_cast<void**>(&SwDispatch));
+    EFI_STATUS Status = LocateSmmProtocol(gEfiSmmSwDispatch2ProtocolGuid, &SwDispatch);
     if (EFI_ERROR(Status)) {
         TraceAs(Initialiser, DEBUG_ERROR, "%a: ERROR %r locating protocol gEfiSmmSwDispatch2ProtocolGuid\n", Status);
         return EFI_SUCCESS;
@@ -142,22 +139,19 @@ EFI_STATUS KyrPlatformRasQtzSmmInit(EFI_HANDLE, EFI_SYSTEM_TABLE*) {
     Trace(DEBUG_INIT, "%a: JRV RAS SMM driver entry\n");
     VornElogGetSerialDebugLevels(&mSerDbgLevelConstructor, &mSerDbgLevel, &mSerDbgLevelDetailed);
 
-    EFI_STATUS Status =
-        gBS->LocateProtocol(&gKyrPlatformApeiDataProtocolGuid, nullptr, reinterpret_cast<void**>(&mPlatformApeiData));
+    EFI_STATUS Status = LocateBootProtocol(gKyrPlatformApeiDataProtocolGuid, &mPlatformApeiData);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrPlatformApeiDataProtocolGuid, aborting...\n", Status);
         return Status;
     }
     mRbBusMap = mPlatformApeiData->RbBusMap;
 
-    Status = gSmst->SmmLocateProtocol(&gKyrRasServiceSmmProtocolGuid, nullptr,
-                                      reinterpret_cast<void**>(&mKyrRasServiceSmmProtocol));
+    Status = LocateSmmProtocol(gKyrRasServiceSmmProtocolGuid, &mKyrRasServiceSmmProtocol);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrRasServiceSmmProtocolGuid, aborting...\n", Status);
         return Status;
     }
-    Status =
-        gSmst->SmmLocateProtocol(&gKyrRasInitDataSmmProtocolGuid, nullptr, reinterpret_cast<void**>(&mpKyrRasPolicy));
+    Status = LocateSmmProtocol(gKyrRasInitDataSmmProtocolGuid, &mpKyrRasPolicy);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating protocol gKyrRasInitDataSmmProtocolGuid, aborting...\n", Status);
         return Status;

@@ -210,17 +210,25 @@ void ReleaseLists() {
     }
 }
 
+// The bank's block: zeros but for the whole scan, which is copied over nothing: it is 10 KB.
+void StartChipsetData(const RasMcaErrorInfo& Info, UINT8 BankIndex, KYR_CHIPSET_SUPPORT_DATA* ChipsetData) {
+    constexpr UINTN ScanBegins = offsetof(MACHINE_CHECK_SUPPORT_DATA, RasMcaErrorInfo);
+    constexpr UINTN ScanEnds = ScanBegins + sizeof(RasMcaErrorInfo);
+    auto* const Bytes = reinterpret_cast<UINT8*>(ChipsetData);
+    ZeroMem(Bytes, ScanBegins);
+    CopyMem(Bytes + ScanBegins, &Info, sizeof(Info));
+    ZeroMem(Bytes + ScanEnds, sizeof(*ChipsetData) - ScanEnds);
+    ChipsetData->MachineCheck.ValidRasMcaErrorInfo = TRUE;
+    ChipsetData->MachineCheck.McaBankIndex = BankIndex;
+}
+
 void LogBank(RasMcaErrorInfo* Info, UINT8 BankIndex, UINT32 LoggingMode, BOOLEAN* pIsPostProcessingRequired) {
     MCA_BANK_ERROR_INFO& Bank = Info->McaBankErrorInfo[BankIndex];
     RasSmmReadMcgIpOnProcessor(Info->CpuInfo.ProcessorNumber, &Info->McgIp);
     TraceMcaBank(mSerDbgLevelDetailed, *Info, Bank);
 
     KYR_CHIPSET_SUPPORT_DATA ChipsetData;
-    ZeroMem(&ChipsetData, sizeof(ChipsetData));
-    ChipsetData.MachineCheck.ValidRasMcaErrorInfo = TRUE;
-    ChipsetData.MachineCheck.McaBankIndex = BankIndex;
-    CopyMem(&ChipsetData.MachineCheck.RasMcaErrorInfo, Info, sizeof(*Info));
-
+    StartChipsetData(*Info, BankIndex, &ChipsetData);
     DIMM_ISOLATION Dimm = {};
     IsolateDimm(*Info, BankIndex, LoggingMode, &ChipsetData, &Dimm);
     CPER_RECORD* Cper = Dimm.Isolated ? CreateMemoryRecord(*Info, BankIndex, Dimm) : nullptr;

@@ -163,7 +163,7 @@ void ForwardOrConsume(UINTN Processor, UINTN Bank, UINT64 Status, const CHAR8* C
 EFI_STATUS KyrMcetoSmiCallback(EFI_HANDLE, const FCH_SMM_SW_REGISTER_CONTEXT*, void*, UINTN*) {
     const UINTN ListSize = gSmst->NumberOfCpus * sizeof(LOCAL_SMI_STATUS);
     LOCAL_SMI_STATUS* StatusList = nullptr;
-    EFI_STATUS Status = AllocateRuntimeData(ListSize, &StatusList);
+    EFI_STATUS Status = AllocateZeroedRuntimeData(ListSize, &StatusList);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR,
               "%a: ERROR %r allocating SMM EfiRuntimeServicesData memory length 0x%016lx for pLocalSmiStatusList SMI "
@@ -171,7 +171,6 @@ EFI_STATUS KyrMcetoSmiCallback(EFI_HANDLE, const FCH_SMM_SW_REGISTER_CONTEXT*, v
               Status, ListSize);
         return Status;
     }
-    ZeroMem(StatusList, ListSize);
     Status = mKyrRasServiceSmmProtocol->GetAllLocalSmiStatus(StatusList);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r returned from machine check bank error scan, aborting...\n", Status);

@@ -1,7 +1,7 @@
 #include "PlatformRas/Qtz/Smm/Registration.h"
 
 #include "Include/Field.h"
-#include "Library/RasLib/Globals.h"
+#include "Library/RasLib/Protocols.h"
 #include "Library/RasLib/Trace.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/RasService.h"
@@ -21,15 +21,11 @@ constexpr UINT8 HANDLER_ORDER = 0x80;
 constexpr UINT32 SMI_TRIG_IO_CYCLE_FORMAT = 0x2000000;
 using SmiTrigData = Field<UINT32, 23, 16>;
 
-EFI_STATUS LocateFchSwDispatch(FCH_SMM_SW_DISPATCH2_PROTOCOL** Dispatch) {
-    return gSmst->SmmLocateProtocol(&gFchSmmSwDispatch2ProtocolGuid, nullptr, reinterpret_cast<void**>(Dispatch));
-}
-
 }  // namespace
 
 EFI_STATUS RasSmmRegisterMceSwSmi() {
     FCH_SMM_SW_DISPATCH2_PROTOCOL* SwDispatch = nullptr;
-    EFI_STATUS Status = LocateFchSwDispatch(&SwDispatch);
+    EFI_STATUS Status = LocateSmmProtocol(gFchSmmSwDispatch2ProtocolGuid, &SwDispatch);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating gFchSmmSwDispatch2ProtocolGuid, aborting...\n", Status);
         return Status;
@@ -50,11 +46,14 @@ EFI_STATUS RasSmmRegisterMceSwSmi() {
 
 EFI_STATUS RasSmmRegisterPcieLegacyRasSmi() {
     FCH_SMM_APU_RAS_DISPATCH_PROTOCOL* RasDispatch = nullptr;
-    EFI_STATUS Status =
-        gSmst->SmmLocateProtocol(&gFchSmmApuRasDispatchProtocolGuid, nullptr, reinterpret_cast<void**>(&RasDispatch));
+    EFI_STATUS Status = LocateSmmProtocol(gFchSmmApuRasDispatchProtocolGuid, &RasDispatch);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating gFchSmmApuRasDispatchProtocolGuid\n", Status);
         return Status;
+    }
+    if (mRbBusMap == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR mRbBusMap == NULL, aborting...\n");
+        return EFI_NOT_FOUND;
     }
     const RB_BUS_ENTRY* Entries = RbBusEntries(mRbBusMap);
     for (UINT64 Index = 0; Index < mRbBusMap->RbCount; Index++) {
@@ -88,11 +87,15 @@ EFI_STATUS RasSmmRegisterPcieLegacyRasSmi() {
 
 EFI_STATUS RasSmmRegisterCxlRasSmi() {
     FCH_SMM_SW_DISPATCH2_PROTOCOL* SwDispatch = nullptr;
-    EFI_STATUS Status = LocateFchSwDispatch(&SwDispatch);
+    EFI_STATUS Status = LocateSmmProtocol(gFchSmmSwDispatch2ProtocolGuid, &SwDispatch);
     if (EFI_ERROR(Status)) {
         Trace(DEBUG_ERROR, "%a: ERROR %r locating SMM protocol gFchSmmSwDispatch2ProtocolGuid %g\n", Status,
               &gFchSmmSwDispatch2ProtocolGuid);
         return Status;
+    }
+    if (mPlatformApeiData->CxlPolicyData == nullptr) {
+        Trace(DEBUG_ERROR, "%a: ERROR CxlPolicyData == NULL, aborting...\n");
+        return EFI_NOT_FOUND;
     }
     const FCH_SMM_SW_REGISTER_CONTEXT Context = {mPlatformApeiData->CxlPolicyData->SwSmiValue, HANDLER_ORDER};
     EFI_HANDLE DispatchHandle = nullptr;

@@ -14,10 +14,11 @@ EFI_STATUS RasSmmRegistrationCenter();
 // Machine checks redirected to a software SMI: programs the SMI trigger IO cycle and registers the handler.
 EFI_STATUS RasSmmRegisterMceSwSmi();
 
-// One handler per root complex of the bus map, in index order; the first refused one ends it.
+// One handler per root complex of the bus map, in index order; the first refused one ends it. EFI_NOT_FOUND without
+// a bus map.
 EFI_STATUS RasSmmRegisterPcieLegacyRasSmi();
 
-// The CXL software SMI; at ready-to-boot, through the callback.
+// The CXL software SMI; at ready-to-boot, through the callback. EFI_NOT_FOUND without CXL policy data.
 EFI_STATUS RasSmmRegisterCxlRasSmi();
 EFI_STATUS RegisterCxlRasSmiCallback(const EFI_GUID* Protocol, void* Interface, EFI_HANDLE Handle);
 

@@ -70,6 +70,10 @@ void LanesLinkAndPme(TestFunction& Function) {
     Function.Set(PCIE + PCIE_LINK_STATUS, 2, 0x5043).Set(PCIE + PCIE_ROOT_STATUS, 4, 0x00030D00);
 }
 
+void LanesBeyondConfigurationSpace(TestFunction& Function) {
+    Function.MakeBridge(0x0D, 0x0D).Set(AER, 4, 0xFFC << 20 | 0x00020001).Set(0xFFC, 4, 0x00010019);
+}
+
 constexpr Flag FATAL = &PCIE_ERROR_STATUS::ClearFatal, NON_FATAL = &PCIE_ERROR_STATUS::ClearNonFatal,
                UNSUPPORTED = &PCIE_ERROR_STATUS::ClearUnsupportedRequest,
                CORRECTABLE = &PCIE_ERROR_STATUS::ClearCorrectable, REMOVED = &PCIE_ERROR_STATUS::DetectedHotRemoval,
@@ -96,6 +100,7 @@ const Case Cases[] = {
     {"PCIe-to-PCI bridge", 7, SecondaryErrors, {NON_FATAL}, {"12C=0x181"}},
     {"PCIe-to-PCI bridge, only correctable asked", 7, SecondaryErrors, {CORRECTABLE}, {}},
     {"cleared unasked", 4, LanesLinkAndPme, {}, {"248=0xA5A5", "62=0x5043", "70=0x10000"}},
+    {"lanes beyond configuration space", 4, LanesBeyondConfigurationSpace, {}, {}},
     {"PME of a switch port is no root's", 6, LanesLinkAndPme, {}, {"248=0xA5A5", "62=0x5043"}},
 };
 

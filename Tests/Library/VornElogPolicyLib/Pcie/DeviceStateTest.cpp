@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "Library/VornElogBaseLib/Queue.h"
+#include "Library/VornElogPolicyLib/Pcie/CaptureDeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/PciSlotData.h"
+#include "Library/VornElogPolicyLib/Pcie/SelEvent.h"
 #include "Platform/Guids.h"
 #include "Platform/Protocol/VendorServices.h"
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"

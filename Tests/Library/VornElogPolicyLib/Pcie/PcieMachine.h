@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Library/VornElogPolicyLib/Pcie/CaptureDeviceState.h"
 #include "Library/VornElogPolicyLib/Pcie/DeviceState.h"
 #include "Simulator/Machine/Machine.h"
 #include "Tests/Library/VornElogPolicyLib/PolicyMachine.h"

@@ -208,4 +208,14 @@ INSTANTIATE_TEST_SUITE_P(
         return Name;
     });
 
+// A service that says success and leaves no interface: nobody follows it.
+TEST(LocateWithoutInterface, CountsAsNotFound) {
+    for (const char* Member : {"LocateProtocol", "SmmLocateProtocol"}) {
+        Simulator::Configuration Settings;
+        Settings.Failing[Member] = {EFI_SUCCESS};
+        BootedSimulation Sim(Settings);
+        EXPECT_EQ(Sim.EntryStatus(), EFI_NOT_FOUND) << Member;
+    }
+}
+
 }  // namespace

@@ -2,6 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
+#include "Include/PlatformApeiData.h"
+#include "Library/RasLib/Globals.h"
 #include "PlatformRas/Qtz/Smm/ReCloak.h"
 #include "PlatformRas/Qtz/Smm/Registration.h"
 #include "Simulator/Machine/Machine.h"
@@ -39,6 +43,18 @@ TEST(Registration, ARefusedRootComplexLeavesTheLaterOnesOut) {
     EXPECT_TRUE(Sim.Traced("on Skt 0 Die 0 Nbio 3 Seg 0x00 Bus 0x60 Order 0x80\n"));
     EXPECT_FALSE(Sim.Traced("from RasSmmRegistrationCenter")) << "the CXL notification came after it and succeeded";
     EXPECT_EQ(Sim.Count("register", {{"what", "fch-software-smi"}, {"value", "0xD2"}}), 1u);
+}
+
+TEST(Registration, WithoutRootBridgesOrCxlPolicyThereIsNothingToRegister) {
+    BootedSimulation Sim;
+    RB_BUS_MAP* const Map = std::exchange(mRbBusMap, nullptr);
+    CXL_POLICY_DATA* const Policy = std::exchange(mPlatformApeiData->CxlPolicyData, nullptr);
+    Sim.Forget();
+    EXPECT_EQ(RasSmmRegisterPcieLegacyRasSmi(), EFI_NOT_FOUND);
+    EXPECT_EQ(RasSmmRegisterCxlRasSmi(), EFI_NOT_FOUND);
+    EXPECT_EQ(Sim.Count("register"), 0u);
+    mRbBusMap = Map;
+    mPlatformApeiData->CxlPolicyData = Policy;
 }
 
 TEST(Registration, TheOemThresholdMapIsCopiedAndHandedOver) {
