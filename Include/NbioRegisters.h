@@ -34,8 +34,8 @@ struct IOHC_PORT_REGISTER {
 };
 
 inline constexpr IOHC_PORT_REGISTER IOHC_BRIDGE_MAP = {0x13B100B8, 0x1D4100B8, 4};
-inline constexpr IOHC_PORT_REGISTER IOHC_EXT_CORR_ACTION_CONTROL = {0x13B2027C, 0x1D420124, 0x20};
-inline constexpr IOHC_PORT_REGISTER IOHC_INT_CORR_ACTION_CONTROL = {0x13B20270, 0x1D420118, 0x20};
+inline constexpr IOHC_PORT_REGISTER ExtCorr_ACTION_CONTROL = {0x13B2027C, 0x1D420124, 0x20};
+inline constexpr IOHC_PORT_REGISTER IntCorr_ACTION_CONTROL = {0x13B20270, 0x1D420118, 0x20};
 static_assert(IOHC_BRIDGE_MAP.SmnAddress(7, 3) == 0x1D7100C4);
 
 // Where the port's logical bridge appears on the root complex's base bus.

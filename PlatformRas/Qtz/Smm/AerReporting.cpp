@@ -106,8 +106,8 @@ EFI_STATUS ReConfigAerReportingPath(UINT8 PortIndex, UINT32 RpPciAddr) {
         return EFI_INVALID_PARAMETER;
     }
     const UINT32 Wrapper = WrapIdOf(PcieCoreOfPort(Hub.Iom, PortIndex)) * WRAPPER_STRIDE;
-    const UINT32 ExtCorr = IOHC_EXT_CORR_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
-    const UINT32 IntCorr = IOHC_INT_CORR_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
+    const UINT32 ExtCorr = ExtCorr_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
+    const UINT32 IntCorr = IntCorr_ACTION_CONTROL.SmnAddress(Hub.NbioRbIndex, PortIndex) + Wrapper;
     Trace(mSerDbgLevel, "%a: Socket %d Iom %d Port %d ExtCorr 0x%08x IntCorr 0x%08x => SMI\n", Hub.Socket, Hub.Iom,
           PortIndex, ExtCorr, IntCorr);
     GenerateSmi(Hub.SegBus, ExtCorr);
