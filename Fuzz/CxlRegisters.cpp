@@ -1,6 +1,7 @@
 // Any register blocks, mailbox payloads and event records of CXL functions, errors and events in them, _OSC, and
 // services and allocations that fail in between.
 #include "Fuzz/Steps/CxlSteps.h"
+#include "Fuzz/Steps/PcieSteps.h"
 #include "Fuzz/Steps/ServiceFaults.h"
 #include "Fuzz/TwiceTheSame.h"
 
@@ -42,6 +43,6 @@ void Run(Simulator::Simulation& Machine, FuzzInput& Input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* Data, std::size_t Size) {
-    RunTwiceTheSame(Data, Size, Settings, Run);
+    RunTwiceTheSame(Data, Size, Settings, Run, DoAllListsEnd);
     return 0;
 }

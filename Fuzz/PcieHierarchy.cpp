@@ -43,6 +43,6 @@ void Run(Simulator::Simulation& Machine, FuzzInput& Input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* Data, std::size_t Size) {
-    RunTwiceTheSame(Data, Size, Settings, Run);
+    RunTwiceTheSame(Data, Size, Settings, Run, DoAllListsEnd);
     return 0;
 }

@@ -22,11 +22,13 @@ void RunSteps(Simulator::Simulation& Machine, FuzzInput& Input, unsigned Count, 
 }
 
 // Run: void(Simulator::Simulation&, FuzzInput&), on a booted machine made from the settings that Configure, a
-// Simulator::Configuration(FuzzInput&), returns; settings that no machine can be built from are refused. Guard bytes
-// are whole, blocks are given back once, no memory that is not there is touched (the simulation throws), and both
-// runs leave the same journal, trace and blocks.
+// Simulator::Configuration(FuzzInput&), returns; settings that no machine can be built from, and machines that are
+// not fit to be tried, are left out. Guard bytes are whole, blocks are given back once, no memory that is not there
+// is touched (the simulation throws), and both runs leave the same journal, trace and blocks.
 template <class Configure, class Run>
-void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Settings, Run Work) {
+void RunTwiceTheSame(
+    const std::uint8_t* Data, std::size_t Size, Configure Settings, Run Work,
+    bool (*IsFit)(Simulator::Simulation&) = [](Simulator::Simulation&) { return true; }) {
     struct Trail {
         std::string Refusal;
         std::string Journal;
@@ -47,6 +49,9 @@ void RunTwiceTheSame(const std::uint8_t* Data, std::size_t Size, Configure Setti
             Trail Refused;
             Refused.Refusal = Error.what();
             return Refused;
+        }
+        if (!IsFit(*Machine)) {
+            return Trail();
         }
         Machine->Boot();
         Work(*Machine, Input);

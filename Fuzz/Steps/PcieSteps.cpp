@@ -207,11 +207,39 @@ Simulator::PcieError AnyPcieError(Simulator::Simulation& Machine, FuzzInput& Inp
     return Error;
 }
 
+bool DoListsEnd(const Simulator::PcieFunction& Function) {
+    unsigned Steps = 0;
+    unsigned At = Function.Peek(PCI_CAPABILITIES_POINTER, 1);
+    for (; At != 0 && At % 4 == 0 && Steps < 0x100 / 4; Steps++) {
+        At = Function.Peek(At + 1, 1);
+    }
+    if (Steps == 0x100 / 4) {
+        return false;
+    }
+    At = PcieExtendedCapabilityHeader::FirstOffset;
+    for (Steps = 0; At != 0 && At % 4 == 0 && Steps < SPACE_SIZE / 4; Steps++) {
+        At = PcieExtendedCapabilityHeader::Next::Get(Function.Peek(At, 4));
+    }
+    return Steps != SPACE_SIZE / 4;
+}
+
+// Changes a register, but takes the change back where a list would loop.
+template <class Change>
+void KeepListsEnding(Simulator::PcieFunction& Function, unsigned Offset, unsigned Width, Change Work) {
+    const std::uint32_t Before = Function.Peek(Offset, Width);
+    Work();
+    if (!DoListsEnd(Function)) {
+        Function.Poke(Offset, Width, Before);
+    }
+}
+
 void SoftwareWrites(Simulator::Simulation& Machine, FuzzInput& Input) {
-    const Simulator::PciAddress Where = AnyFunctionOf(Machine, Input).Where();
+    Simulator::PcieFunction& Function = AnyFunctionOf(Machine, Input);
     const unsigned Width = 1u << Input.Below(3);
     const unsigned Offset = AnyOffset(Input, Width);
-    Machine.Machine().Pci().Write(Where, Offset, Width, Input.Take<std::uint32_t>());
+    const auto Value = Input.Take<std::uint32_t>();
+    KeepListsEnding(Function, Offset, Width,
+                    [&] { Machine.Machine().Pci().Write(Function.Where(), Offset, Width, Value); });
 }
 
 void HardwareChanges(Simulator::Simulation& Machine, FuzzInput& Input) {
@@ -220,11 +248,13 @@ void HardwareChanges(Simulator::Simulation& Machine, FuzzInput& Input) {
     const unsigned Width = 1u << Choice % 3;
     const unsigned Offset = AnyOffset(Input, Width);
     const auto Value = Input.Take<std::uint32_t>();
-    if ((Choice & 0x80) != 0) {
-        Function.SetBits(Offset, Width, Value);
-    } else {
-        Function.Poke(Offset, Width, Value);
-    }
+    KeepListsEnding(Function, Offset, Width, [&] {
+        if ((Choice & 0x80) != 0) {
+            Function.SetBits(Offset, Width, Value);
+        } else {
+            Function.Poke(Offset, Width, Value);
+        }
+    });
 }
 
 void PortChanges(Simulator::Simulation& Machine, FuzzInput& Input) {
@@ -343,6 +373,12 @@ Simulator::PcieFunction& AnyFunctionOf(Simulator::Simulation& Machine, FuzzInput
         throw std::invalid_argument("no function");
     }
     return *All[Input.Byte() % All.size()];
+}
+
+bool DoAllListsEnd(Simulator::Simulation& Machine) {
+    bool All = true;
+    Machine.Machine().Pcie().ForEach([&All](Simulator::PcieFunction& One) { All = All && DoListsEnd(One); });
+    return All;
 }
 
 void PcieStep(Simulator::Simulation& Machine, FuzzInput& Input) {

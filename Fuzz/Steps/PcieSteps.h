@@ -5,12 +5,16 @@
 #include "Simulator/Machine/PcieFunction.h"
 #include "Simulator/Simulation.h"
 
-// A function's own capabilities and registers, broken ones among them: capability lists that loop or run off the end,
-// lengths that lie, headers of another type. What lies below it is left empty.
+// A function's own capabilities and registers, broken ones among them: capability lists that run off the end, lengths
+// that lie, headers of another type. What lies below it is left empty.
 Simulator::PcieFunctionSetting AnyFunction(FuzzInput& Input, Simulator::PcieKind Kind);
 
 // Ports of any root complexes of a machine, or what was read from another one.
 Simulator::PcieSettings AnyHierarchy(FuzzInput& Input, unsigned RootComplexes);
+
+// Whether the capability lists of all functions come to an end. The driver follows one that loops for ever, as it is
+// meant to: such a machine is not tried, and no step makes one of it.
+bool DoAllListsEnd(Simulator::Simulation& Machine);
 
 // Some function below a root complex. Throws std::invalid_argument where there is none.
 Simulator::PcieFunction& AnyFunctionOf(Simulator::Simulation& Machine, FuzzInput& Input);

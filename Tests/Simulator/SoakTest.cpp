@@ -63,7 +63,10 @@ std::unique_ptr<Simulator::Simulation> AnyMachine(RandomInput& Random) {
         }
         Settings.Pcie.Ports.insert(Settings.Pcie.Ports.end(), Cxl.Ports.begin(), Cxl.Ports.end());
         try {
-            return std::make_unique<Simulator::Simulation>(Settings);
+            auto Machine = std::make_unique<Simulator::Simulation>(Settings);
+            if (DoAllListsEnd(*Machine)) {
+                return Machine;
+            }
         } catch (const std::invalid_argument&) {
         }
     }
