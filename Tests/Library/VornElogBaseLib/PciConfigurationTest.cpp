@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Library/VornElogBaseLib/NvmeSwitch.h"
+#include "Platform/Constants.h"
 #include "Tests/Support/BootedSimulation.h"
 #include "Tests/Support/LaidFunction.h"
 
