@@ -4,8 +4,8 @@
 #include "Include/PolicyPrivateData.h"
 #include "Library/VornElogChipsetLib/DimmLocation.h"
 
-// Made by the constructor, never freed. Buffer, queue and protocol pointers may be NULL: whoever uses one tests it. Not
-// so the RAS service: without it no record is kept that could need it.
+// Made by the constructor, never freed. Buffer, queue and protocol pointers may be NULL: whoever uses one tests it.
+// Not so the RAS service: without it no record is kept that could need it.
 extern VORN_ELOG_POLICY_PRIVATE_DATA mPrivateDataVornElogPolicyLib;
 
 // Stores the address of the private data.
