@@ -77,8 +77,6 @@ void OneStep(Simulator::Simulation& Machine, FuzzInput& Input) {
     try {
         if (Choice == 0) {
             FailAMember(Machine, Input);
-            // What a pool does not take back is no leak of the driver's.
-            Machine.SetFailure("SmmFreePool", std::nullopt);
         } else if (Choice == 1) {
             Machine.SetFailure("SmmAllocatePool",
                                Simulator::Failure{EFI_OUT_OF_RESOURCES, 1 + Input.Below(4), Input.Byte()});
@@ -92,6 +90,8 @@ void OneStep(Simulator::Simulation& Machine, FuzzInput& Input) {
     } catch (const std::invalid_argument&) {
         // The machine does not have such a place.
     }
+    // What a pool does not take back is no leak of the driver's.
+    Machine.SetFailure("SmmFreePool", std::nullopt);
 }
 
 std::size_t LengthOf(const LIST_ENTRY* List) {
